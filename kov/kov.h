@@ -1,0 +1,15 @@
+// kov: packs structured configuration data into a codeplug image and unpacks it again.
+// This umbrella header includes every public header of the library.
+#ifndef KOV_KOV_H
+#define KOV_KOV_H
+
+#include "kov/platform/exception.h"
+#include "kov/platform/format.h"
+#include "kov/platform/kovmap.h"
+#include "kov/platform/mainwnd.h"
+#include "kov/platform/mevgenexception.h"
+#include "kov/platform/msgbox.h"
+#include "kov/platform/runtimeclass.h"
+#include "kov/platform/strresource.h"
+
+#endif  // KOV_KOV_H

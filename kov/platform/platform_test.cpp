@@ -1,0 +1,196 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "kov/kovtest.h"
+#include "kov/platform/format.h"
+#include "kov/platform/kovmap.h"
+#include "kov/platform/mainwnd.h"
+#include "kov/platform/strresource.h"
+
+namespace {
+
+template <class K, class V>
+std::vector<K> keysInOrder(const CKovMap<K, V>& map) {
+  std::vector<K> keys;
+  for (const auto& kv : map) keys.push_back(kv.first);
+  return keys;
+}
+
+TEST(KovMap, IteratesNewestFirstWithinBucketAndBucketsAscending) {
+  CKovMap<uint32_t, int> map;
+  map.SetAt(1, 10);
+  map.SetAt(2, 20);
+  map.SetAt(17, 170);
+  EXPECT_EQ(keysInOrder(map), (std::vector<uint32_t>{2, 1, 17}));
+}
+
+TEST(KovMap, BucketIsKeyShiftedByFourModSeventeen) {
+  // 0x110 >> 4 = 17 -> bucket 0, so it comes before 16 (bucket 1) although added after it.
+  CKovMap<uint16_t, int> map;
+  map.SetAt(16, 1);
+  map.SetAt(0x110, 2);
+  map.SetAt(300, 3);  // 300 >> 4 = 18 -> bucket 1, newer than 16
+  EXPECT_EQ(keysInOrder(map), (std::vector<uint16_t>{0x110, 300, 16}));
+}
+
+TEST(KovMap, ReplacingKeepsPlaceAndRemovingKeepsOrderOfRest) {
+  CKovMap<uint32_t, int> map;
+  for (uint32_t k : {1u, 2u, 3u, 17u, 40u}) map.SetAt(k, static_cast<int>(k));
+  map.SetAt(2, 99);
+  EXPECT_EQ(keysInOrder(map), (std::vector<uint32_t>{3, 2, 1, 17, 40}));
+  EXPECT_TRUE(map.RemoveKey(2));
+  EXPECT_FALSE(map.RemoveKey(2));
+  EXPECT_EQ(keysInOrder(map), (std::vector<uint32_t>{3, 1, 17, 40}));
+  int v = -1;
+  EXPECT_FALSE(map.Lookup(2, v));
+  EXPECT_EQ(v, -1);
+  EXPECT_TRUE(map.Lookup(40, v));
+  EXPECT_EQ(v, 40);
+  EXPECT_EQ(map.GetCount(), 4);
+  map.RemoveAll();
+  EXPECT_TRUE(map.IsEmpty());
+  EXPECT_EQ(map.begin(), map.end());
+}
+
+TEST(KovMap, SubscriptInsertsDefaultAtFront) {
+  CKovMap<uint32_t, int> map;
+  map.SetAt(5, 1);
+  map[6] += 7;
+  EXPECT_EQ(map[6], 7);
+  EXPECT_EQ(keysInOrder(map), (std::vector<uint32_t>{6, 5}));
+}
+
+TEST(KovMap, CopyIsIndependentAndKeepsOrder) {
+  CKovMap<uint32_t, int> map;
+  for (uint32_t k = 0; k < 100; ++k) map.SetAt(k * 7, static_cast<int>(k));
+  CKovMap<uint32_t, int> copy(map);
+  EXPECT_EQ(keysInOrder(copy), keysInOrder(map));
+  copy.RemoveKey(0);
+  copy.SetAt(7, -1);
+  int v = 0;
+  EXPECT_TRUE(map.Lookup(0, v));
+  EXPECT_TRUE(map.Lookup(7, v));
+  EXPECT_EQ(v, 1);
+  CKovMap<uint32_t, int> assigned;
+  assigned = copy;
+  EXPECT_FALSE(assigned.Contains(0));
+  EXPECT_EQ(*assigned.PLookup(7), -1);
+}
+
+TEST(KovMap, ManyKeysStayConsistentWithReference) {
+  // Inserts and removes tens of thousands of keys; the order must match a model of the buckets.
+  CKovMap<uint32_t, uint32_t> map;
+  std::vector<std::vector<uint32_t>> model(17);
+  uint32_t x = 12345;
+  for (int i = 0; i < 40000; ++i) {
+    x = x * 1103515245u + 12345u;
+    uint32_t key = (x >> 8) % 50000;
+    auto& chain = model[(key >> 4) % 17];
+    auto pos = std::find(chain.begin(), chain.end(), key);
+    if (i % 3 == 2) {
+      EXPECT_EQ(map.RemoveKey(key), pos != chain.end());
+      if (pos != chain.end()) chain.erase(pos);
+    } else {
+      map.SetAt(key, key + 1);
+      if (pos == chain.end()) chain.insert(chain.begin(), key);
+    }
+  }
+  std::vector<uint32_t> expected;
+  for (const auto& chain : model) expected.insert(expected.end(), chain.begin(), chain.end());
+  EXPECT_EQ(keysInOrder(map), expected);
+  EXPECT_EQ(map.size(), expected.size());
+}
+
+TEST(Exception, CarriesTextCodeAndRuntimeClass) {
+  CException* e = new CMevGenException("bad thing at 0x10", 0);
+  EXPECT_TRUE(e->IsKindOf(KOV_RUNTIME_CLASS(CException)));
+  EXPECT_TRUE(e->IsKindOf(KOV_RUNTIME_CLASS(CMevGenException)));
+  EXPECT_STREQ(e->GetRuntimeClass()->m_className, "CMevGenException");
+  char buf[8];
+  unsigned help = 7;
+  EXPECT_TRUE(e->GetErrorMessage(buf, sizeof buf, &help));
+  EXPECT_STREQ(buf, "bad thi");  // cut to the buffer, terminated
+  EXPECT_EQ(help, 0u);
+  EXPECT_FALSE(e->GetErrorMessage(buf, 0));
+  auto* m = static_cast<CMevGenException*>(e);
+  m->SetMessage("other");
+  EXPECT_EQ(m->GetMessage(), "other");
+  EXPECT_EQ(m->GetCode(), 0u);
+  delete e;
+
+  CException plain;
+  EXPECT_FALSE(plain.IsKindOf(KOV_RUNTIME_CLASS(CMevGenException)));
+  EXPECT_FALSE(plain.IsKindOf(nullptr));
+}
+
+TEST(Format, FormatsShortAndLongTexts) {
+  EXPECT_EQ(kovFormat("Block %s [%d] at 0x%08X", "A", 2, 0x70000u), "Block A [2] at 0x00070000");
+  std::string longText(1000, 'x');
+  EXPECT_EQ(kovFormat("<%s>", longText.c_str()), "<" + longText + ">");
+}
+
+TEST(MessageBox, RecordingHandlerSeesTextsAndDefaultIsRestored) {
+  {
+    MessageBoxRecorder recorder;
+    kovMessageBox("first");
+    kovMessageBox("second");
+    EXPECT_EQ(recorder.Texts(), (std::vector<std::string>{"first", "second"}));
+  }
+  KovMessageBoxHandler current = kovSetMessageBoxHandler(nullptr);
+  EXPECT_NE(current, nullptr);
+  EXPECT_EQ(kovSetMessageBoxHandler(current), current);  // null installed the default
+}
+
+TEST(StringResources, LibraryTableApplicationTextsAndResolver) {
+  EXPECT_EQ(kovLoadString(28520), "KOV List Structure ID");
+  EXPECT_EQ(kovLoadString(28521), "KOV List Structure type");
+  EXPECT_EQ(kovLoadString(28522), "LEQ field");
+  EXPECT_EQ(kovLoadString(28523), "Max LEQ field");
+  EXPECT_EQ(kovLoadString(28524), "LED size");
+  EXPECT_EQ(kovLoadString(28525), "Listlet link");
+  EXPECT_EQ(kovLoadString(28526), "Max listlet LEQ");
+  EXPECT_EQ(kovLoadString(28527), "");
+  EXPECT_EQ(kovLoadString(0), "");
+
+  kovRegisterString(900001, "Channel name");
+  EXPECT_EQ(kovLoadString(900001), "Channel name");
+  KovStringResolver previous = kovSetStringResolver([](uint32_t id, std::string& text) {
+    if (id != 900002) return false;
+    text = "Resolved";
+    return true;
+  });
+  EXPECT_EQ(kovLoadString(900002), "Resolved");
+  EXPECT_EQ(kovLoadString(900003), "");
+  kovSetStringResolver(previous);
+  kovClearRegisteredStrings();
+  EXPECT_EQ(kovLoadString(900001), "");
+  EXPECT_EQ(kovLoadString(28525), "Listlet link");
+}
+
+class RecordingWnd : public KovMainWnd {
+ public:
+  void BeginWaitCursor() override { calls += "B"; }
+  void RestoreWaitCursor() override { calls += "R"; }
+  void EndWaitCursor() override { calls += "E"; }
+  void SendMessage(uint32_t message, uint32_t wParam, uint32_t lParam) override {
+    calls += kovFormat("M%u,%u,%u", message, wParam, lParam);
+  }
+  std::string calls;
+};
+
+TEST(MainWnd, CallsReachInstalledWindowAndNothingHappensWithout) {
+  kovBeginWaitCursor();  // no window: no effect, no crash
+  kovSendMessageToMainWnd(1, 2, 3);
+  RecordingWnd wnd;
+  EXPECT_EQ(kovSetMainWnd(&wnd), nullptr);
+  {
+    KovWaitCursor cursor;
+    kovSendMessageToMainWnd(0x400, 0x6FAD, 8);
+    kovRestoreWaitCursor();
+  }
+  EXPECT_EQ(wnd.calls, "BM1024,28589,8RE");
+  EXPECT_EQ(kovSetMainWnd(nullptr), &wnd);
+}
+
+}  // namespace

@@ -1,0 +1,33 @@
+// String resources: texts looked up by number, the names of fields and blocks.
+//
+// A field id is also the id of the string that names the field. kovLoadString searches, in this
+// order, the texts the application registered with kovRegisterString, the application's resolver
+// (if one is installed), and the library's own table, which holds 28520 to 28526:
+//   28520 "KOV List Structure ID"     28524 "LED size"
+//   28521 "KOV List Structure type"   28525 "Listlet link"
+//   28522 "LEQ field"                 28526 "Max listlet LEQ"
+//   28523 "Max LEQ field"
+// An unknown id gives the empty string. Registration is not thread-safe, like the rest of the
+// library: do it before any pack or unpack.
+#ifndef KOV_PLATFORM_STRRESOURCE_H
+#define KOV_PLATFORM_STRRESOURCE_H
+
+#include <cstdint>
+#include <string>
+
+// Answers the text of id into text and returns true, or returns false when it has none.
+using KovStringResolver = bool (*)(uint32_t id, std::string& text);
+
+// The text of id, or "" when no source has one. Never throws but for exhausted memory.
+std::string kovLoadString(uint32_t id);
+
+// Registers (or replaces) the application's text for id.
+void kovRegisterString(uint32_t id, const std::string& text);
+
+// Removes every text registered with kovRegisterString; the library's table stays.
+void kovClearRegisteredStrings();
+
+// Installs the application's resolver (null: none) and returns the one it replaces.
+KovStringResolver kovSetStringResolver(KovStringResolver resolver);
+
+#endif  // KOV_PLATFORM_STRRESOURCE_H
