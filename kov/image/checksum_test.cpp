@@ -1,0 +1,60 @@
+#include "kov/image/checksum.h"
+
+#include <string>
+
+#include "kov/kovtest.h"
+
+namespace {
+
+uint16_t crcOf(const Bytes& bytes) {
+  uint16_t crc = 0xDEAD;  // overwritten by every call
+  EXPECT_EQ(kovCalculateChecksum(bytes, crc), 1);
+  return crc;
+}
+
+TEST(Checksum, PublishedCheckValues) {
+  const std::string digits = "123456789";
+  EXPECT_EQ(crcOf(Bytes(digits.begin(), digits.end())), 0x31C3);
+  EXPECT_EQ(crcOf({0xFF, 0xFF}), 0x1D0F);
+  EXPECT_EQ(crcOf({}), 0x0000);
+}
+
+TEST(Checksum, DataAreaOfTheOneFieldBlock) {
+  // The data area AB C0 of block 0x0011/2 with one 12-bit field 0xABC is closed by 18 C8.
+  EXPECT_EQ(crcOf({0xAB, 0xC0}), 0x18C8);
+}
+
+TEST(Checksum, PointerFormReadsExactlyItsRange) {
+  const uint8_t bytes[] = {0xEE, '1', '2', '3', '4', '5', '6', '7', '8', '9', 0xEE};
+  uint16_t crc = 0xDEAD;
+  EXPECT_EQ(kovCalculateChecksum(bytes + 1, 9, crc), 1);
+  EXPECT_EQ(crc, 0x31C3);
+  EXPECT_EQ(kovCalculateChecksum(nullptr, 0, crc), 1);
+  EXPECT_EQ(crc, 0x0000);
+}
+
+TEST(ChecksumTable, SingleBitEntriesAreThePolynomialShiftedIn) {
+  // By hand: each power of two doubles the previous entry, folding bit 16 back as 0x1021.
+  const uint16_t expected[8] = {0x1021, 0x2042, 0x4084, 0x8108, 0x1231, 0x2462, 0x48C4, 0x9188};
+  for (int bit = 0; bit < 8; ++bit) {
+    SCOPED_TRACE(bit);
+    EXPECT_EQ(kovChecksumTableEntry(static_cast<uint8_t>(1u << bit)), expected[bit]);
+  }
+  EXPECT_EQ(kovChecksumTableEntry(0), 0x0000);
+  EXPECT_EQ(kovChecksumTableEntry(255), 0x1EF0);
+}
+
+TEST(ChecksumTable, IsLinearSoTheSingleBitEntriesFixEveryOther) {
+  // A CRC without initial value or final XOR is linear: entry(a ^ b) = entry(a) ^ entry(b).
+  for (unsigned a = 0; a < 256; ++a) {
+    for (unsigned b = 0; b < 256; ++b) {
+      const uint16_t sum = kovChecksumTableEntry(static_cast<uint8_t>(a)) ^
+                           kovChecksumTableEntry(static_cast<uint8_t>(b));
+      if (kovChecksumTableEntry(static_cast<uint8_t>(a ^ b)) != sum) {
+        FAIL() << "entry " << (a ^ b) << " is not entry " << a << " ^ entry " << b;
+      }
+    }
+  }
+}
+
+}  // namespace
