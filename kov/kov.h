@@ -5,6 +5,7 @@
 
 #include "kov/layout/blklayout.h"
 #include "kov/layout/charfieldlayout.h"
+#include "kov/layout/cplayout.h"
 #include "kov/layout/datalayout.h"
 #include "kov/layout/fieldlayout.h"
 #include "kov/layout/klsblklayout.h"
