@@ -40,15 +40,9 @@ TEST(BlkLayout, MultiInstanceBlockHasKovIdZero) {
 TEST(BlkLayout, OrdinaryBlockKeepsIdAndSizeAndHasNoConfiguration) {
   CKovBlkLayout blk(3, KovBlkLayoutAttrib(7, 9, 0, 0), "single", 0, blkDataLayout(), 50, 0);
   EXPECT_EQ(blk.GetKovID(), 9);
-  EXPECT_EQ(blk.IsSglInstanceBlk(), 1);
-  EXPECT_EQ(blk.PadBlk(), 0);
   EXPECT_EQ(blk.GetMaxDataSzInBytes(), 50);
   EXPECT_EQ(blk.GetNumCfgBytes(), 0);
-  EXPECT_EQ(blk.GetNumCfgFields(), 0);
   EXPECT_TRUE(blk.GetDataLayout()->GetOrderedFieldIDsList().empty());
-  EXPECT_EQ(blk.IsHdrBlk(), 0);
-  EXPECT_EQ(blk.IsKLSBlk(), 0);
-  EXPECT_EQ(blk.IsDistKLS(), 0);
 }
 
 TEST(BlkLayout, KlsFlagForcesPaddingOff) {
@@ -112,22 +106,6 @@ TEST(HdrBlkLayout, DistributedBlockIdSticksOnlyToHeaderBlocks) {
   plain.SetDistKLSBlkID(6);
   EXPECT_EQ(hdr.GetDistKLSBlkID(), 6);
   EXPECT_EQ(plain.GetDistKLSBlkID(), 0);
-}
-
-TEST(BlkLayout, AccessRightsStartReadWriteAndAnswerOnePredicateEach) {
-  CKovBlkLayout blk(3, KovBlkLayoutAttrib(7, 9, 0, 1), "blk", 0, blkDataLayout(), 10, 0);
-  EXPECT_EQ(blk.GetAccessRights(), ReadWrite);
-  struct Row {
-    AccessRights rights;
-    int ro, rw, locked;
-  } rows[] = {{ReadOnly, 1, 0, 0}, {ReadWrite, 0, 1, 0}, {ReadWriteLocked, 0, 0, 1}};
-  for (const Row& r : rows) {
-    SCOPED_TRACE(static_cast<int>(r.rights));
-    blk.SetAccessRights(r.rights);
-    EXPECT_EQ(blk.IsReadOnly(), r.ro);
-    EXPECT_EQ(blk.IsReadWrite(), r.rw);
-    EXPECT_EQ(blk.IsReadWriteLocked(), r.locked);
-  }
 }
 
 TEST(BlkLayout, VerificationMapKeepsOneEntryPerId) {

@@ -137,13 +137,9 @@ TEST(CpLayoutBlocks, LookupsOfUnknownBlocksAnswerEmpty) {
   EXPECT_EQ(cp.GetFieldLayout(11, 5), nullptr);
 }
 
-TEST(CpLayoutIdentity, HandsBackConstructorArgumentsAndStandardVersion) {
-  CKovCpLayout cp(-3, 4, 65536, 1);
-  EXPECT_EQ(cp.GetCpLayoutStdVersion(), "01.00");
-  EXPECT_EQ(cp.GetVersionIndex(), -3);
-  EXPECT_EQ(cp.GetModelIndex(), 4);
-  EXPECT_EQ(cp.GetMaxPossibleSize(), 65536u);
-  EXPECT_EQ(cp.SaveToSeparateFiles(), 1);
+TEST(CpLayoutIdentity, StandardVersionIsFixed) {
+  EXPECT_EQ(CKovCpLayout(-3, 4, 65536, 1).GetCpLayoutStdVersion(), "01.00");
+  EXPECT_EQ(CKovCpLayout(0, 0, 0, 0).GetCpLayoutStdVersion(), "01.00");
 }
 
 TEST(KovNames, ValidityByTypeAndIdRanges) {

@@ -49,13 +49,6 @@ TEST(ListFormat, PredicatesFollowTheFormatTable) {
   }
 }
 
-TEST(ListFieldLayout, SplitListKeepsItsLeqBlock) {
-  auto list = makeList(KovListAttribStruct(9, VarSzSplitLeq, 10, 0, 24, 4, nullptr));
-  EXPECT_EQ(list->GetLeqBlkID(), 4);
-  EXPECT_EQ(list->GetListID(), 50u);
-  EXPECT_EQ(list->GetDataLayout()->GetLayoutType(), ListEntryLayout);
-}
-
 TEST(ListValidation, OutValueAndMessagesFollowFormat) {
   const std::string badFormat = "Invalid format specified for list 50 (see block 7.";
   const std::string noFunc =
