@@ -65,6 +65,7 @@ class CKovBlkLayout {
   // Non-zero for a distributed KOV List Structure block; 0 here.
   virtual int IsDistKLS() const;
 
+  // The members as constructed and set.
   uint16_t GetBlkID() const { return blkID; }
   uint16_t GetKovType() const { return kovType; }
   uint16_t GetKovID() const { return kovID; }
@@ -82,6 +83,8 @@ class CKovBlkLayout {
     return fieldVerificationMap;
   }
 
+  // Flags: non-zero for yes. IsSglInstanceBlk is 1 exactly when IsMultiInstanceBlk is 0; the
+  // three rights predicates are 1 for ReadOnly, ReadWrite, ReadWriteLocked respectively.
   int PadBlk() const { return padBlk; }
   int IsMultiInstanceBlk() const { return multiInstanceBlk; }
   int IsSglInstanceBlk() const { return multiInstanceBlk == 0 ? 1 : 0; }
@@ -102,6 +105,7 @@ class CKovBlkLayout {
 
   // The partition the block lies in; set before the codeplug layout takes the block.
   void SetPartitionNum(uint16_t partitionNum) { this->partitionNum = partitionNum; }
+  // Rights of the block alone; the partition's are not taken over.
   void SetAccessRights(AccessRights accessRights) { this->accessRights = accessRights; }
   // Stored for the application; the library does not read it.
   void SetVariableSzStatus(int variableSize) { this->variableSize = variableSize; }

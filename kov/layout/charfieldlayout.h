@@ -25,6 +25,7 @@ class CKovCharFieldLayout : public CKovFieldLayout {
                       const CKovDataLayout* parentDataLayout);
   ~CKovCharFieldLayout() override;
 
+  // The constructor's argument.
   CharType GetCharType() const { return charType; }
 
   // True for Char4Bit, Char8Bit and Char16Bit.

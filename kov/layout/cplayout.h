@@ -58,6 +58,7 @@ class CKovCpLayout {
   // block's partition was not added.
   void AddBlkLayout(CKovBlkLayout* blkLayout);
 
+  // Identity as constructed, for display and for the application.
   int8_t GetVersionIndex() const { return versionIndex; }
   int8_t GetModelIndex() const { return modelIndex; }
   // The version of the layout standard, "01.00".

@@ -73,6 +73,7 @@ class CKovDataLayout {
   // The fields directly in this layout, by id.
   const CKovMap<uint32_t, CKovFieldLayout*>& GetFieldMap() const { return fieldMap; }
 
+  // The constructor's arguments.
   LayoutType GetLayoutType() const { return layoutType; }
   bool IsBlockLevel() const { return blockLevel; }
   uint32_t GetDataLayoutID() const { return dataLayoutID; }

@@ -43,6 +43,7 @@ class CKovFieldLayout {
   // True for list and union layouts, which hold data layouts of their own.
   virtual bool IsComplexFieldLayout() const;
 
+  // The members as constructed. HasFloatingAddr is the negation of HasFixedAddr.
   uint32_t GetFieldID() const { return fieldID; }
   uint32_t GetByteOffset() const { return byteOffset; }
   uint8_t GetMsbStart() const { return msbStart; }

@@ -54,6 +54,7 @@ class CKovKLSBlkLayout : public CKovBlkLayout {
 
   // distKLS.
   int IsDistKLS() const override { return distKLS; }
+  // The header block of the distributed form, widened.
   uint32_t GetHdrBlkID() const { return hdrBlkID; }
   // The value of the KLS type field: 1 for the distributed form, 0 otherwise.
   uint16_t GetListTypeValue() const { return distKLS != 0 ? 1 : 0; }
@@ -62,8 +63,10 @@ class CKovKLSBlkLayout : public CKovBlkLayout {
   uint16_t GetMaxLLEQ(uint32_t listID, uint16_t instance) const;
   // The function's answer for (listID, this block, instance, wantMaxLLEQ); throws as above.
   uint16_t GetCalcMaxEntryQty(uint32_t listID, uint16_t instance, int wantMaxLLEQ) const;
+  // The application's function; may be null.
   KovCalcMaxLEQFunc GetCalcMaxLEQFuncPtr() const { return calcMaxLEQFunc; }
 
+  // The configuration field ids.
   static uint32_t GetKLSTypeFldID() { return m_listTypeFldID; }
   static uint32_t GetLeqFldID() { return m_leqFldID; }
   static uint32_t GetMaxLeqFldID() { return m_maxLeqFldID; }

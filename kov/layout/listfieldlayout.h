@@ -29,6 +29,7 @@ class CKovListFieldLayout : public CKovFieldLayout {
   // True only for FixedSzNoLeq.
   bool IsFixedSz() const override { return isFixedSz; }
 
+  // The members as constructed.
   uint32_t GetListID() const { return listID; }
   uint32_t GetLeqID() const { return leqID; }
   ListFormat GetListFormat() const { return listFormat; }

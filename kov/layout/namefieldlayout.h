@@ -19,6 +19,7 @@ class CKovNameFieldLayout : public CKovFieldLayout {
                       const CKovDataLayout* parentDataLayout, uint16_t referencedBlkID);
   ~CKovNameFieldLayout() override;
 
+  // The constructor's argument.
   uint16_t GetReferencedBlkID() const { return referencedBlkID; }
 
  protected:

@@ -23,6 +23,7 @@ class CKovPartitionLayout {
   CKovPartitionLayout(const CKovPartitionLayout&) = delete;
   CKovPartitionLayout& operator=(const CKovPartitionLayout&) = delete;
 
+  // The constructor's arguments.
   uint16_t GetPartitionNum() const { return partitionNum; }
   AccessRights GetAccessRights() const { return accessRights; }
   // The blocks in the order of AddBlkLayout, which is the order of writing.

@@ -23,6 +23,7 @@ class CKovStrFieldLayout : public CKovFieldLayout {
                      const CKovDataLayout* parentDataLayout);
   ~CKovStrFieldLayout() override;
 
+  // The constructor's arguments.
   CKovCharFieldLayout::CharType GetCharType() const { return charType; }
   uint32_t GetNumberOfChars() const { return numberOfChars; }
 

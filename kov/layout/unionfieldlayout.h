@@ -45,6 +45,7 @@ class CKovUnionFieldLayout : public CKovFieldLayout {
   // The options by id.
   const CKovMap<uint32_t, CKovUnionLayoutOpt*>* GetUnionMap() const { return &unionMap; }
 
+  // The members as constructed; the arrays by reference.
   uint32_t GetUnionID() const { return unionID; }
   UnionFormat GetUnionFmt() const { return unionFormat; }
   const std::vector<uint32_t>& GetDiscrIDArr() const { return discrIDArr; }

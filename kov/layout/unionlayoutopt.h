@@ -22,6 +22,7 @@ class CKovUnionLayoutOpt {
   // Deletes the data layout.
   virtual ~CKovUnionLayoutOpt();
 
+  // The members as constructed.
   CKovDataLayout* GetDataLayout() const { return dataLayout; }
   uint32_t GetLayoutOptID() const { return layoutOptID; }
   uint32_t GetLayoutSzInBits() const { return layoutSzInBits; }
