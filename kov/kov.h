@@ -3,6 +3,21 @@
 #ifndef KOV_KOV_H
 #define KOV_KOV_H
 
+#include "kov/layout/blklayout.h"
+#include "kov/layout/charfieldlayout.h"
+#include "kov/layout/cplayout.h"
+#include "kov/layout/datalayout.h"
+#include "kov/layout/fieldlayout.h"
+#include "kov/layout/klsblklayout.h"
+#include "kov/layout/listattrib.h"
+#include "kov/layout/listfieldlayout.h"
+#include "kov/layout/namefieldlayout.h"
+#include "kov/layout/numfieldlayout.h"
+#include "kov/layout/partitionlayout.h"
+#include "kov/layout/strfieldlayout.h"
+#include "kov/layout/unionattrib.h"
+#include "kov/layout/unionfieldlayout.h"
+#include "kov/layout/unionlayoutopt.h"
 #include "kov/platform/exception.h"
 #include "kov/platform/format.h"
 #include "kov/platform/kovmap.h"
