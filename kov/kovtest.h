@@ -6,11 +6,26 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "kov/fields/charfield.h"
+#include "kov/fields/namefield.h"
+#include "kov/fields/numfield.h"
+#include "kov/fields/strfield.h"
+#include "kov/image/image.h"
+#include "kov/layout/blklayout.h"
+#include "kov/layout/cplayout.h"
+#include "kov/layout/datalayout.h"
+#include "kov/layout/numfieldlayout.h"
+#include "kov/layout/strfieldlayout.h"
+#include "kov/pack/pk.h"
 #include "kov/platform/mevgenexception.h"
 #include "kov/platform/msgbox.h"
+#include "kov/unpack/up.h"
+#include "kov/unpack/upentry.h"
 
 // Runs statement, which must throw a CMevGenException* whose text is text; deletes it.
 #define EXPECT_KOV_THROW(statement, text)                                             \
@@ -61,5 +76,134 @@ class MessageBoxRecorder {
 };
 
 using Bytes = std::vector<uint8_t>;
+
+// Builds a codeplug layout block by block.
+class LayoutBuilder {
+ public:
+  LayoutBuilder() : cp(new CKovCpLayout(1, 2, 0x10000, 0)) { cp->AddPartition(1, ReadWrite); }
+
+  CKovBlkLayout* Block(uint16_t blkID, const char* name, uint16_t type, uint16_t id, int multi,
+                       int pad, uint16_t maxSize, uint16_t partition = 1) {
+    auto* blk = new CKovBlkLayout(blkID, KovBlkLayoutAttrib(type, id, multi, pad), name, 0,
+                                  new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
+                                  maxSize, 0);
+    blk->SetPartitionNum(partition);
+    cp->HasUniqueKovName(blk);
+    cp->AddBlkLayout(blk);
+    return blk;
+  }
+  static void Num(CKovBlkLayout* blk, uint32_t id, uint32_t prev, uint32_t byteOffset, uint8_t msb,
+                  uint32_t bits, int position, bool fixed = true, uint32_t gap = 0) {
+    blk->AddField(id, prev,
+                  new CKovNumFieldLayout(id, byteOffset, bits, msb, fixed, gap, blk->GetDataLayout()),
+                  position);
+  }
+
+  std::unique_ptr<CKovCpLayout> cp;
+};
+
+// The pack data of several blocks, owned for the test.
+class PackData {
+ public:
+  // Makes the pack block of layout from entries (owned from here) and data sizes.
+  void Add(const CKovBlkLayout* layout, std::vector<CKovPkEntry*> entries,
+           std::vector<uint16_t> sizes) {
+    auto* list = new CKovPkEntryList();
+    for (CKovPkEntry* e : entries) list->AddTail(e);
+    blocks.emplace_back(new CKovPkStdBlk(layout, list, sizes));
+    map.SetAt(layout->GetBlkID(), blocks.back().get());
+  }
+  KovPkBlkMap map;
+  std::vector<std::unique_ptr<CKovPkStdBlk>> blocks;
+};
+
+inline CKovPkEntry* entryOf(std::vector<CKovField*> values) {
+  auto* e = new CKovPkEntry(static_cast<int>(values.size()));
+  int pos = 0;
+  for (CKovField* v : values) {
+    e->AddPkField(v->GetFieldID(), new CKovPkField(v), pos++);
+  }
+  return e;
+}
+
+// Packs data over layout into a zeroed image of imageSize bytes and returns the bytes used.
+inline Bytes packImage(const CKovCpLayout* layout, const PackData& data, int prefixes = 0,
+                       uint32_t imageSize = 512) {
+  CKovImage image(imageSize);
+  CKovPk pk(&data.map, prefixes);
+  uint32_t used = 0;
+  pk.FillImage(layout, &image, used, nullptr, 0, 0, 0);
+  return Bytes(image.GetBytesArray(), image.GetBytesArray() + used);
+}
+
+// The value of a field as text, with its kind: "number 0xabc", "char 'H'", "string \"Hi\"",
+// "name 0x00120001"; for comparing what was packed with what was read.
+inline std::string kovTestValueText(const CKovField* f) {
+  char buf[64];
+  if (f == nullptr) return "absent";
+  if (f->IsNumber()) {
+    std::snprintf(buf, sizeof buf, "number 0x%x", static_cast<const CKovNumField*>(f)->GetValue());
+  } else if (f->IsChar()) {
+    std::snprintf(buf, sizeof buf, "char 0x%x", static_cast<const CKovCharField*>(f)->GetValue());
+  } else if (f->IsKovName()) {
+    std::snprintf(buf, sizeof buf, "name 0x%08x", static_cast<const CKovNameField*>(f)->GetValue());
+  } else if (f->IsString()) {
+    return "string \"" + static_cast<const CKovStrField*>(f)->GetValue() + "\"";
+  } else {
+    return "complex";
+  }
+  return buf;
+}
+
+// Unpacks image against layout and expects every value of data to read back the same, instance by
+// instance, and no instance more than was packed.
+inline void ExpectUnpacksToPackedValues(const CKovCpLayout* layout, const PackData& data,
+                                        const Bytes& image) {
+  CKovUp up(layout, image, "");
+  EXPECT_KOV_NO_THROW(up.FullUnpack());
+  for (const auto& blk : data.blocks) {
+    SCOPED_TRACE(blk->GetBlkName());
+    const CKovUpStdBlk* read = up.GetUnpackedBlk(blk->GetBlkID());
+    int packed = blk->GetPackEntryList()->GetCount();
+    if (packed == 0) continue;
+    ASSERT_NE(read, nullptr);
+    ASSERT_EQ(read->GetBlkInstanceQty(), packed);
+    for (int i = 0; i < packed; ++i) {
+      SCOPED_TRACE("instance " + std::to_string(i + 1));
+      const CKovPkEntry* pkEntry = blk->GetPackEntryList()->GetAt(i);
+      const CKovUpEntry* upEntry = read->GetUnpackedEntryList()->GetAt(i);
+      ASSERT_NE(upEntry, nullptr);
+      for (const auto& kv : pkEntry->GetPkFieldMap()) {
+        const CKovUpField* upField = upEntry->GetUpField(kv.first);
+        EXPECT_EQ(kovTestValueText(upField != nullptr ? upField->GetData() : nullptr),
+                  kovTestValueText(kv.second->GetData()))
+            << "field " << kv.first;
+      }
+    }
+  }
+}
+
+// Blocks A and B of the image-format example: A single 0x0011/2 with 0xABC, 5 and "Hi"; B
+// multi-instance, padded to 3 bytes, 0x1234 and 0x5678.
+struct BlocksAB {
+  BlocksAB() {
+    CKovBlkLayout* a = b.Block(1, "A", 0x0011, 0x0002, 0, 0, 4);
+    LayoutBuilder::Num(a, 10, 0, 0, 7, 12, 0);
+    LayoutBuilder::Num(a, 11, 10, 1, 3, 3, 1);
+    a->AddField(12, 11, new CKovStrFieldLayout(12, 2, 7, CKovCharFieldLayout::Char8Bit, 2, true, 0,
+                                               a->GetDataLayout()),
+                2);
+    CKovBlkLayout* bb = b.Block(2, "B", 0x0012, 0, 1, 1, 3);
+    LayoutBuilder::Num(bb, 20, 0, 0, 7, 16, 0);
+    data.Add(a, {entryOf({new CKovNumField(0xABC, 10, 12), new CKovNumField(5, 11, 3),
+                          new CKovStrField("Hi", 12, 16)})},
+             {4});
+    data.Add(bb, {entryOf({new CKovNumField(0x1234, 20, 16)}),
+                  entryOf({new CKovNumField(0x5678, 20, 16)})},
+             {3, 3});
+  }
+  LayoutBuilder b;
+  PackData data;
+};
 
 #endif  // KOV_KOVTEST_H

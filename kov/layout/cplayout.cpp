@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "kov/image/image.h"
 #include "kov/layout/datalayout.h"
 #include "kov/layout/fieldlayout.h"
 #include "kov/layout/listfieldlayout.h"
@@ -10,22 +11,6 @@
 #include "kov/platform/format.h"
 #include "kov/platform/mevgenexception.h"
 #include "kov/platform/msgbox.h"
-
-namespace {
-
-// KOV name = type in the upper half, id in the lower half.
-uint32_t kovNameOf(uint16_t kovType, uint16_t kovID) {
-  return (static_cast<uint32_t>(kovType) << 16) | kovID;
-}
-
-// Bits needed to hold value as an unsigned number; 1 for 0 (255 -> 8, 256 -> 9).
-uint32_t bitsToStoreValue(uint32_t value) {
-  uint32_t bits = 1;
-  while (bits < 32 && (value >> bits) != 0) ++bits;
-  return bits;
-}
-
-}  // namespace
 
 CKovCpLayout::CKovCpLayout(int8_t versionIndex, int8_t modelIndex, uint32_t maxPossibleSize,
                            int saveToSeparateFiles)
@@ -64,7 +49,7 @@ int CKovCpLayout::HasUniqueKovName(const CKovBlkLayout* blkLayout) {
     return 0;
   }
   usedKovTypes.SetAt(kovType, blkLayout->GetBlkID());
-  kovNameMap.SetAt(kovNameOf(kovType, blkLayout->GetKovID()), blkLayout->GetBlkID());
+  kovNameMap.SetAt(kovGetKovName(kovType, blkLayout->GetKovID()), blkLayout->GetBlkID());
   return 1;
 }
 
@@ -162,7 +147,7 @@ int CKovCpLayout::ValidKovName(uint32_t kovName) {
 }
 
 uint16_t CKovCpLayout::GetBlkIDFromKovName(uint16_t kovType, uint16_t kovID) const {
-  return GetBlkIDFromKovName(kovNameOf(kovType, kovID));
+  return GetBlkIDFromKovName(kovGetKovName(kovType, kovID));
 }
 
 uint16_t CKovCpLayout::GetBlkIDFromKovName(uint32_t kovName) const {
@@ -171,7 +156,7 @@ uint16_t CKovCpLayout::GetBlkIDFromKovName(uint32_t kovName) const {
 
   // Instances of a multi-instance or distributed block bear ids other than the 0 it was
   // registered with: they are found through their type.
-  const uint32_t typeName = kovNameOf(static_cast<uint16_t>(kovName >> 16), 0);
+  const uint32_t typeName = kovGetKovName(static_cast<uint16_t>(kovName >> 16), 0);
   if (kovNameMap.Lookup(typeName, blkID)) {
     const CKovBlkLayout* blkLayout = GetBlkLayout(blkID);
     if (blkLayout != nullptr &&
@@ -230,7 +215,7 @@ bool CKovCpLayout::GetLeqFieldLayout(const CKovListFieldLayout* listLayout,
                                          listID, blkName.c_str()),
                                0);
   }
-  if (bitsToStoreValue(attrib.maxEntryQty) > leqFieldLayout->GetLengthInBits()) {
+  if (kovNumBitsRequiredToStoreValue(attrib.maxEntryQty) > leqFieldLayout->GetLengthInBits()) {
     throw new CMevGenException(
         kovFormat("LEQ field not large enough to hold max quantity specified for List field %d "
                   "(see block %s)",

@@ -1,12 +1,25 @@
 #include "kov/layout/fieldvaluesize.h"
 
-// The pack and unpack field classes are what such maps hold; until they are part of the library
-// no map of values can be built, so every look-up finds nothing.
+#include "kov/pack/pkfield.h"
+
+namespace {
+
+template <class FieldMap>
+bool imageSizeIn(const FieldMap* map, uint32_t fieldID, int32_t& imageSize) {
+  auto* found = map->PLookup(fieldID);
+  if (found == nullptr || *found == nullptr || (*found)->GetData() == nullptr) return false;
+  imageSize = static_cast<int32_t>((*found)->GetData()->GetImageSize());
+  return true;
+}
+
+}  // namespace
+
 bool kovGetValueImageSize(const void* fieldValueMap, int mapKind, uint32_t fieldID,
                           int32_t& imageSize) {
-  (void)fieldValueMap;
-  (void)mapKind;
-  (void)fieldID;
-  (void)imageSize;
+  if (fieldValueMap == nullptr) return false;
+  if (mapKind == kKovPkFieldMapKind) {
+    return imageSizeIn(static_cast<const KovPkFieldMap*>(fieldValueMap), fieldID, imageSize);
+  }
+  // Maps of unpack fields come with the unpack entries, which own their fields.
   return false;
 }
