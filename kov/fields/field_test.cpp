@@ -1,0 +1,283 @@
+#include <memory>
+#include <vector>
+
+#include "kov/fields/charfield.h"
+#include "kov/fields/numfield.h"
+#include "kov/image/image.h"
+#include "kov/kovtest.h"
+#include "kov/layout/charfieldlayout.h"
+#include "kov/layout/datalayout.h"
+#include "kov/layout/listfieldlayout.h"
+#include "kov/layout/numfieldlayout.h"
+#include "kov/platform/strresource.h"
+#include "kov/unpack/up.h"
+
+namespace {
+
+constexpr LayoutType kAnyLayoutType = static_cast<LayoutType>(1);
+
+// A data layout that owns its fields, with helpers to add fixed and floating numbers.
+struct Entry {
+  std::unique_ptr<CKovDataLayout> layout{new CKovDataLayout(kAnyLayoutType, 0, 7, 0, true)};
+  int next = 0;
+
+  const CKovFieldLayout* Fixed(uint32_t id, uint32_t prev, uint32_t byteOffset, uint8_t msb,
+                               uint32_t bits) {
+    auto* f = new CKovNumFieldLayout(id, byteOffset, bits, msb, true, 0, layout.get());
+    layout->AddField(id, prev, f, next++);
+    return f;
+  }
+  const CKovFieldLayout* Floating(uint32_t id, uint32_t prev, uint32_t gap, uint32_t bits) {
+    auto* f = new CKovNumFieldLayout(id, 0, bits, 0, false, gap, layout.get());
+    layout->AddField(id, prev, f, next++);
+    return f;
+  }
+  const CKovFieldLayout* Chars(uint32_t id, uint32_t prev, uint32_t byteOffset, uint8_t msb,
+                               CKovCharFieldLayout::CharType type) {
+    auto* f = new CKovCharFieldLayout(id, byteOffset, msb, type, true, 0, layout.get());
+    layout->AddField(id, prev, f, next++);
+    return f;
+  }
+};
+
+uint32_t linear(const CKovField& f) {
+  return f.GetByteOffsetInImage() * 8 + 7 - f.GetStartMsbInImage();
+}
+
+TEST(FieldAddress, FixedFieldKeepsItsMsbWhateverTheEntryMsb) {
+  Entry e;
+  const CKovFieldLayout* f = e.Fixed(1, 0, 2, 5, 4);
+  CKovNumField v(0, 1, 4);
+  // Entry at byte 10, MSB 7 or MSB 3: the field is at byte 12, MSB 5 either way.
+  EXPECT_EQ(v.GetFieldStartByte(10, 7, f), 12u);
+  EXPECT_EQ(v.GetFieldStartMsb(10, 7, f), 5);
+  EXPECT_EQ(v.GetFieldStartByte(10, 3, f), 12u);
+  EXPECT_EQ(v.GetFieldStartMsb(10, 3, f), 5);
+  EXPECT_EQ(v.GetNumBitsOffsetFromEntryStart(7, f), 18u);
+}
+
+TEST(FieldAddress, FirstFloatingFieldLiesAtEntryStartPlusGapInBothRoles) {
+  Entry e;
+  const CKovFieldLayout* f = e.Floating(1, 0, 3, 8);
+  CKovNumField v(0, 1, 8);
+  KovFieldsMap map;
+  uint32_t byte = 0;
+  uint8_t msb = 0;
+  // Entry (4, 2): linear 32 + 5 = 37, + 3 = 40 -> byte 5, MSB 7.
+  ASSERT_EQ(v.GetPackAddr(f, &map, 4, 2, 9, byte, msb), 1);
+  EXPECT_EQ(byte, 5u);
+  EXPECT_EQ(msb, 7);
+  byte = 0;
+  msb = 0;
+  ASSERT_EQ(v.GetUnpackAddr(f, 4, 2, map, byte, msb), 1);
+  EXPECT_EQ(byte, 5u);
+  EXPECT_EQ(msb, 7);
+}
+
+TEST(FieldAddress, FloatingFieldFollowsPlacedPredecessorByItsImageSize) {
+  Entry e;
+  e.Fixed(1, 0, 0, 7, 8);
+  const CKovFieldLayout* f = e.Floating(2, 1, 1, 8);
+  CKovNumField prev(0, 1, 0);
+  prev.SetAddressInImage(3, 6);  // linear 25
+  prev.SetImageSize(13);         // not the layout's 8: the recorded size counts
+  KovFieldsMap map;
+  map.SetAt(1, &prev);
+  CKovNumField v(0, 2, 8);
+  uint32_t index = 0;
+  ASSERT_EQ(v.GetFieldUpBitOffsetFromImageStart(f, 0, 7, map, index), 1);
+  EXPECT_EQ(index, 25u + 13 + 1);
+  ASSERT_EQ(v.GetFieldPkBitOffsetFromImageStart(f, &map, 0, 7, 1, index), 1);
+  EXPECT_EQ(index, 25u + 13 + 1);
+}
+
+TEST(FieldAddress, PackPlacesBehindUnwrittenFixedSizePredecessorsFromLayouts) {
+  // A (fixed, byte 1 MSB 3, 6 bits) <- B (floating, gap 2, 5 bits) <- C (floating, gap 1).
+  // A starts at linear 8 + 4 = 12, ends 18; B at 20..24; C at 25 + 1 = 26 -> byte 3, MSB 5.
+  Entry e;
+  e.Fixed(1, 0, 1, 3, 6);
+  e.Floating(2, 1, 2, 5);
+  const CKovFieldLayout* c = e.Floating(3, 2, 1, 4);
+  CKovNumField v(0, 3, 4);
+  KovFieldsMap empty;
+  uint32_t byte = 0;
+  uint8_t msb = 0;
+  ASSERT_EQ(v.GetPackAddr(c, &empty, 0, 7, 1, byte, msb), 1);
+  EXPECT_EQ(byte, 3u);
+  EXPECT_EQ(msb, 5);
+  // The unpack side never guesses: the predecessor must have been read.
+  EXPECT_EQ(v.GetUnpackAddr(c, 0, 7, empty, byte, msb), 0);
+}
+
+TEST(FieldAddress, PackDefersBehindUnwrittenListAndRefusesMissingPredecessor) {
+  Entry e;
+  auto entryLayout = new CKovDataLayout(ListEntryLayout, 0, 7, 10, false);
+  entryLayout->AddField(11, 0, new CKovNumFieldLayout(11, 0, 8, 7, true, 0, entryLayout), 0);
+  KovListAttribStruct attribs(0, VarSzCalcLeq, 4, 0, 8, 0, nullptr);
+  e.layout->AddField(10, 0, new CKovListFieldLayout(10, 0, 7, attribs, true, 0, e.layout.get(),
+                                                    entryLayout),
+                     0);
+  const CKovFieldLayout* behindList = e.Floating(20, 10, 0, 8);
+  const CKovFieldLayout* orphan = e.Floating(21, 99, 0, 8);
+  CKovNumField v(0, 20, 8);
+  KovFieldsMap empty;
+  uint32_t byte = 77;
+  uint8_t msb = 3;
+  EXPECT_EQ(v.GetPackAddr(behindList, &empty, 0, 7, 5, byte, msb), 0);
+  EXPECT_EQ(byte, 77u);  // untouched
+  EXPECT_EQ(msb, 3);
+  CKovImage image(8);
+  EXPECT_EQ(v.WriteToImage(nullptr, &image, 0, 7, &empty, behindList, nullptr, 5, 1), PkDeferred);
+  EXPECT_EQ(image.GetBytesArray()[0], 0);
+  CKovNumField o(0, 21, 8);
+  EXPECT_KOV_THROW(o.GetPackAddr(orphan, &empty, 0, 7, 5, byte, msb),
+                   "Field layout for field 99 not found. Unable to determine byteOffset/startBit "
+                   "for floating field 21 in block 5.");
+}
+
+TEST(FieldAddress, RefusesLoopInPreviousFields) {
+  Entry e;
+  e.Floating(1, 2, 0, 4);
+  const CKovFieldLayout* b = e.Floating(2, 1, 0, 4);
+  CKovNumField v(0, 2, 4);
+  KovFieldsMap empty;
+  uint32_t byte = 0;
+  uint8_t msb = 0;
+  EXPECT_KOV_THROW(v.GetPackAddr(b, &empty, 0, 7, 3, byte, msb),
+                   "The previous fields of floating field 2 in block 3 form a loop.");
+}
+
+TEST(FieldOutside, LastBitIsInclusive) {
+  Entry e;
+  const CKovFieldLayout* f = e.Fixed(1, 0, 0, 7, 12);
+  CKovNumField v(0, 1, 12);
+  // 12 bits at (6, 7): bits 48..59.
+  EXPECT_EQ(v.FieldOutsideBlkData(f, 6, 7, 59), 0);
+  EXPECT_EQ(v.FieldOutsideBlkData(f, 6, 7, 58), 1);
+}
+
+TEST(NumField, WritesAndReadsBackOneFieldEndToEnd) {
+  // 12-bit 0xABC at byte 0, MSB 7 of a data area starting at byte 6: AB C0.
+  Entry e;
+  const CKovFieldLayout* f = e.Fixed(100, 0, 0, 7, 12);
+  CKovImage image(10);
+  CKovNumField v(0xABC, 100, 16);
+  KovFieldsMap map;
+  ASSERT_EQ(v.CanValueFitAsPerLayout(f), 1);
+  ASSERT_EQ(v.WriteToImage(nullptr, &image, 6, 7, &map, f, nullptr, 1, 1), PkDone);
+  std::vector<uint8_t> bytes(image.GetBytesArray(), image.GetBytesArray() + image.GetSize());
+  EXPECT_EQ(bytes, (Bytes{0, 0, 0, 0, 0, 0, 0xAB, 0xC0, 0, 0}));
+  EXPECT_EQ(v.GetByteOffsetInImage(), 6u);
+  EXPECT_EQ(v.GetStartMsbInImage(), 7);
+  EXPECT_EQ(v.GetImageSize(), 12u);  // the layout's width replaces the size given
+
+  CKovUp up(nullptr, bytes, "");
+  UpStatus status = UpFailed;
+  CKovNumField back(&up, 6, 7, map, f, 100, 1, 6 * 8 + 15, status);
+  EXPECT_EQ(status, UpDone);
+  EXPECT_EQ(back.GetValue(), 0xABCu);
+  EXPECT_EQ(back.GetImageSize(), 12u);
+  // One bit less of data and the field no longer fits.
+  CKovNumField cut(&up, 6, 7, map, f, 100, 1, 6 * 8 + 10, status);
+  EXPECT_EQ(status, UpOutsideBlkData);
+}
+
+TEST(NumField, FitsByBitsNeeded) {
+  Entry e;
+  const CKovFieldLayout* five = e.Fixed(1, 0, 0, 7, 5);
+  const CKovFieldLayout* one = e.Fixed(2, 1, 1, 7, 1);
+  EXPECT_EQ(CKovNumField(31, 1, 5).CanValueFitAsPerLayout(five), 1);
+  EXPECT_EQ(CKovNumField(32, 1, 5).CanValueFitAsPerLayout(five), 0);
+  EXPECT_EQ(CKovNumField(0, 2, 1).CanValueFitAsPerLayout(one), 1);
+}
+
+TEST(NumField, LayoutWiderThan32BitsFailsInBothRoles) {
+  Entry e;
+  const CKovFieldLayout* wide = e.Fixed(1, 0, 0, 7, 40);
+  // 264 bits would wrap to 8 in the bit writer's 8-bit width: it must fail, not write a byte.
+  const CKovFieldLayout* wrapping = e.Fixed(2, 1, 0, 7, 264);
+  CKovImage image(40);
+  KovFieldsMap map;
+  EXPECT_EQ(CKovNumField(1, 1, 40).WriteToImage(nullptr, &image, 0, 7, &map, wide, nullptr, 1, 1),
+            PkFailed);
+  EXPECT_EQ(CKovNumField(1, 2, 8).WriteToImage(nullptr, &image, 0, 7, &map, wrapping, nullptr, 1, 1),
+            PkFailed);
+  EXPECT_EQ(image.GetBytesArray()[0], 0);
+  CKovUp up(nullptr, Bytes(40, 0xFF), "");
+  UpStatus status = UpDone;
+  CKovNumField back(&up, 0, 7, map, wide, 1, 1, 319, status);
+  EXPECT_EQ(status, UpFailed);
+}
+
+TEST(NumField, WriteOrReadPastImageEndFails) {
+  Entry e;
+  const CKovFieldLayout* f = e.Fixed(1, 0, 1, 3, 8);  // bits 12..19: needs byte 2
+  CKovImage image(2);
+  KovFieldsMap map;
+  EXPECT_EQ(CKovNumField(0xFF, 1, 8).WriteToImage(nullptr, &image, 0, 7, &map, f, nullptr, 1, 1),
+            PkFailed);
+  CKovUp up(nullptr, Bytes{0, 0}, "");
+  UpStatus status = UpDone;
+  CKovNumField back(&up, 0, 7, map, f, 1, 1, 1000, status);  // lastBit allows it; image does not
+  EXPECT_EQ(status, UpFailed);
+}
+
+TEST(NumField, UnpackDefersFloatingFieldWithoutPredecessor) {
+  Entry e;
+  e.Fixed(1, 0, 0, 7, 8);
+  const CKovFieldLayout* f = e.Floating(2, 1, 0, 8);
+  CKovUp up(nullptr, Bytes(4, 0), "");
+  KovFieldsMap map;
+  UpStatus status = UpDone;
+  CKovNumField v(&up, 0, 7, map, f, 2, 1, 31, status);
+  EXPECT_EQ(status, UpDeferred);
+}
+
+TEST(NumField, PatchWritesAtGivenAddressAndRecordsIt) {
+  Entry e;
+  e.Fixed(1, 0, 0, 7, 8);
+  const CKovFieldLayout* f = e.Floating(2, 1, 0, 16);
+  CKovImage image(4);
+  CKovNumField v(0x0003, 2, 16);
+  ASSERT_EQ(v.PatchFieldInImage(nullptr, &image, f, 1, 3, 1, 1), PkDone);
+  // 0x0003 in 16 bits from byte 1, MSB 3: bits 12..27 -> 00 00 00 30.
+  std::vector<uint8_t> bytes(image.GetBytesArray(), image.GetBytesArray() + 4);
+  EXPECT_EQ(bytes, (Bytes{0x00, 0x00, 0x00, 0x30}));
+  EXPECT_EQ(v.GetByteOffsetInImage(), 1u);
+  EXPECT_EQ(v.GetStartMsbInImage(), 3);
+  EXPECT_EQ(linear(v), 12u);
+}
+
+TEST(CharField, Char4BitDigitIsStoredAsCodeLess0x30) {
+  Entry e;
+  const CKovFieldLayout* digit = e.Chars(1, 0, 0, 7, CKovCharFieldLayout::Char4Bit);
+  const CKovFieldLayout* letter = e.Chars(2, 1, 1, 7, CKovCharFieldLayout::Char8Bit);
+  CKovImage image(2);
+  KovFieldsMap map;
+  CKovCharField seven('7', 1, 4);
+  ASSERT_EQ(seven.CanValueFitAsPerLayout(digit), 1);
+  ASSERT_EQ(seven.WriteToImage(nullptr, &image, 0, 7, &map, digit, nullptr, 1, 1), PkDone);
+  ASSERT_EQ(CKovCharField('H', 2, 8).WriteToImage(nullptr, &image, 0, 7, &map, letter, nullptr, 1,
+                                                  1),
+            PkDone);
+  std::vector<uint8_t> bytes(image.GetBytesArray(), image.GetBytesArray() + 2);
+  EXPECT_EQ(bytes, (Bytes{0x70, 'H'}));
+
+  CKovUp up(nullptr, bytes, "");
+  UpStatus status = UpFailed;
+  CKovCharField back(&up, 0, 7, map, digit, 1, 1, 15, status);
+  EXPECT_EQ(status, UpDone);
+  EXPECT_EQ(back.GetValue(), '7');
+  EXPECT_EQ(back.GetImageSize(), 4u);
+  // A space is 0x20 - 0x30 = 0xFFF0 in 16 bits: it does not fit in a digit.
+  EXPECT_EQ(CKovCharField(' ', 1, 4).CanValueFitAsPerLayout(digit), 0);
+}
+
+TEST(Field, NameComesFromStringResources) {
+  EXPECT_EQ(CKovNumField(0, 424242, 8).GetFieldName(), "");
+  kovRegisterString(424243, "Squelch level");
+  EXPECT_EQ(CKovNumField(0, 424243, 8).GetFieldName(), "Squelch level");
+  kovClearRegisteredStrings();
+}
+
+}  // namespace

@@ -1,0 +1,54 @@
+#include "kov/fields/numfield.h"
+
+#include "kov/fields/primitiveio.h"
+#include "kov/image/image.h"
+#include "kov/layout/fieldlayout.h"
+#include "kov/unpack/up.h"
+
+CKovNumField::CKovNumField(uint32_t value, uint32_t fieldID, uint32_t imageSize)
+    : CKovField(fieldID), value(value) {
+  this->imageSize = imageSize;
+}
+
+CKovNumField::CKovNumField(const CKovUp* up, uint32_t entryStartByte, uint8_t entryMsbStart,
+                           const KovFieldsMap& fieldsMap, const CKovFieldLayout* layout,
+                           uint32_t fieldID, uint16_t, uint32_t lastBit, UpStatus& status)
+    : CKovField(fieldID) {
+  status = kovLocatePrimitiveField(this, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit,
+                                   byteOffsetInImage, startMsbInImage);
+  if (status != UpDone) return;
+  imageSize = layout->GetLengthInBits();
+  if (!up->GetImage()->GetBytes(byteOffsetInImage, startMsbInImage, imageSize, value)) {
+    status = UpFailed;
+    return;
+  }
+  up->XmlAddPrimitiveField(this, layout);
+}
+
+PkStatus CKovNumField::WriteToImage(const CKovPk*, CKovImage* image, uint32_t entryStartByte,
+                                    uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
+                                    const CKovFieldLayout* layout, const CKovCpLayout*,
+                                    uint16_t blkID, int) const {
+  if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,
+                   startMsbInImage)) {
+    return PkDeferred;
+  }
+  return WriteFieldDataToImage(image, layout) ? PkDone : PkFailed;
+}
+
+PkStatus CKovNumField::PatchFieldInImage(const CKovPk*, CKovImage* image,
+                                         const CKovFieldLayout* layout, uint32_t byte,
+                                         uint8_t msbStart, uint16_t, int) const {
+  byteOffsetInImage = byte;
+  startMsbInImage = msbStart;
+  return WriteFieldDataToImage(image, layout) ? PkDone : PkFailed;
+}
+
+int CKovNumField::CanValueFitAsPerLayout(const CKovFieldLayout* layout) const {
+  return kovNumBitsRequiredToStoreValue(value) <= layout->GetLengthInBits() ? 1 : 0;
+}
+
+int CKovNumField::WriteFieldDataToImage(CKovImage* image, const CKovFieldLayout* layout) const {
+  imageSize = layout->GetLengthInBits();
+  return kovWritePrimitiveBits(image, byteOffsetInImage, startMsbInImage, value, imageSize);
+}

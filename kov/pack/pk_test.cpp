@@ -1,0 +1,464 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kov/fields/namefield.h"
+#include "kov/fields/numfield.h"
+#include "kov/fields/strfield.h"
+#include "kov/image/image.h"
+#include "kov/kovtest.h"
+#include "kov/layout/blklayout.h"
+#include "kov/layout/cplayout.h"
+#include "kov/layout/datalayout.h"
+#include "kov/layout/listfieldlayout.h"
+#include "kov/layout/namefieldlayout.h"
+#include "kov/layout/numfieldlayout.h"
+#include "kov/layout/strfieldlayout.h"
+#include "kov/pack/idvector.h"
+#include "kov/pack/pk.h"
+#include "kov/pack/pkpatchmap.h"
+#include "kov/platform/mainwnd.h"
+#include "kov/platform/strresource.h"
+
+namespace {
+
+
+TEST(FillImage, OneFieldEndToEnd) {
+  LayoutBuilder b;
+  CKovBlkLayout* blk = b.Block(1, "Settings", 0x0011, 2, 0, 0, 2);
+  LayoutBuilder::Num(blk, 100, 0, 0, 7, 12, 0);
+  PackData data;
+  data.Add(blk, {entryOf({new CKovNumField(0xABC, 100, 12)})}, {2});
+  EXPECT_EQ(packImage(b.cp.get(), data), (Bytes{0x00, 0x11, 0x00, 0x02, 0x00, 0x04, 0xAB, 0xC0, 0x18,
+                                           0xC8}));
+}
+
+TEST(FillImage, BlocksAAndBOfTheFormatExample) {
+  BlocksAB ab;
+  EXPECT_EQ(packImage(ab.b.cp.get(), ab.data),
+            (Bytes{0x00, 0x11, 0x00, 0x02, 0x00, 0x06, 0xAB, 0xCA, 0x48, 0x69, 0x6C, 0xB5,
+                   0x00, 0x12, 0x00, 0x00, 0x00, 0x05, 0x12, 0x34, 0x00, 0xE4, 0x52,
+                   0x00, 0x12, 0x00, 0x01, 0x00, 0x05, 0x56, 0x78, 0x00, 0x6D, 0x9E}));
+}
+
+TEST(FillImage, PartitionPrefixesPrecedeEveryInstanceAndLeaveChecksums) {
+  BlocksAB ab;
+  EXPECT_EQ(packImage(ab.b.cp.get(), ab.data, 1),
+            (Bytes{0x00, 0x01, 0x00, 0x11, 0x00, 0x02, 0x00, 0x06, 0xAB, 0xCA, 0x48, 0x69, 0x6C,
+                   0xB5, 0x00, 0x01, 0x00, 0x12, 0x00, 0x00, 0x00, 0x05, 0x12, 0x34, 0x00, 0xE4,
+                   0x52, 0x00, 0x01, 0x00, 0x12, 0x00, 0x01, 0x00, 0x05, 0x56, 0x78, 0x00, 0x6D,
+                   0x9E}));
+}
+
+TEST(FillImage, PartitionRecordsIncludeEmptyPartitionAndSkipUnknownIds) {
+  LayoutBuilder b;
+  b.cp->AddPartition(2, ReadOnly);
+  b.cp->AddPartition(3, ReadWrite);
+  CKovBlkLayout* first = b.Block(1, "First", 0x21, 1, 0, 0, 1, 1);
+  CKovBlkLayout* unpacked = b.Block(2, "Unpacked", 0x22, 1, 0, 0, 1, 2);
+  CKovBlkLayout* last = b.Block(3, "Last", 0x23, 1, 0, 0, 1, 3);
+  for (CKovBlkLayout* blk : {first, unpacked, last}) LayoutBuilder::Num(blk, 1, 0, 0, 7, 8, 0);
+  PackData data;
+  data.Add(first, {entryOf({new CKovNumField(1, 1, 8)})}, {1});
+  data.Add(last, {entryOf({new CKovNumField(3, 1, 8)})}, {1});
+  // A block the layout does not know: its data is never looked at.
+  CKovBlkLayout stray(99, KovBlkLayoutAttrib(0x50, 0, 0, 0), "Stray", 0,
+                      new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 1, 0);
+  data.Add(&stray, {entryOf({new CKovNumField(9, 1, 8)})}, {1});
+
+  CKovImage image(64);
+  CKovPk pk(&data.map, 0);
+  uint32_t used = 0;
+  ASSERT_EQ(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0), 1);
+  EXPECT_EQ(used, 18u);
+  std::vector<std::pair<uint16_t, std::pair<uint32_t, uint32_t>>> records;
+  for (const auto& kv : pk.GetPartitionPkInfo()) {
+    records.push_back({kv.first, {kv.second->startAddr, kv.second->size}});
+  }
+  // Partitions 1 to 3 share bucket 0 of the map, newest first.
+  EXPECT_EQ(records, (decltype(records){{3, {9, 9}}, {2, {9, 0}}, {1, {0, 9}}}));
+  EXPECT_EQ(pk.GetPatchMap(), nullptr);
+}
+
+TEST(FillImage, EmptyPackUsesNothingAndRecordsEveryPartition) {
+  BlocksAB ab;
+  PackData none;
+  CKovImage image(16);
+  CKovPk pk(&none.map, 0);
+  uint32_t used = 7;
+  ASSERT_EQ(pk.FillImage(ab.b.cp.get(), &image, used, nullptr, 0, 0, 0), 1);
+  EXPECT_EQ(used, 0u);
+  ASSERT_EQ(pk.GetPartitionPkInfo().GetCount(), 1);
+  EXPECT_EQ(pk.GetPartitionPkInfo().begin()->second->size, 0u);
+}
+
+class RecordingWnd : public KovMainWnd {
+ public:
+  void BeginWaitCursor() override { calls += "B "; }
+  void RestoreWaitCursor() override { calls += "R "; }
+  void EndWaitCursor() override { calls += "E "; }
+  void SendMessage(uint32_t message, uint32_t wParam, uint32_t lParam) override {
+    calls += std::to_string(message) + ":" + std::to_string(wParam) + ":" +
+             std::to_string(lParam) + " ";
+  }
+  std::string calls;
+};
+
+TEST(FillImage, SendsItsThreeMessagesInsideTheWaitCursor) {
+  BlocksAB ab;  // two blocks in the layout: lParam of the start message is 3
+  RecordingWnd wnd;
+  kovSetMainWnd(&wnd);
+  CKovImage image(64);
+  CKovPk pk(&ab.data.map, 0);
+  uint32_t used = 0;
+  pk.FillImage(ab.b.cp.get(), &image, used, "ignored.bin", 0x401, 0x402, 0x403);
+  EXPECT_EQ(wnd.calls, "B 1025:28589:3 R 1026:0:0 R 1027:0:0 E ");
+
+  wnd.calls.clear();
+  CKovPk quiet(&ab.data.map, 0);
+  quiet.FillImage(ab.b.cp.get(), &image, used, nullptr, 0, 0, 0);
+  EXPECT_EQ(wnd.calls, "B R E ");
+  kovSetMainWnd(nullptr);
+}
+
+TEST(FillImage, RefusesMissingLayoutOrImageBeforeSendingAndASecondUse) {
+  BlocksAB ab;
+  RecordingWnd wnd;
+  kovSetMainWnd(&wnd);
+  CKovPk pk(&ab.data.map, 0);
+  uint32_t used = 5;
+  CKovImage image(64);
+  EXPECT_KOV_THROW(pk.FillImage(nullptr, &image, used, nullptr, 1, 2, 3), "No image layout found.");
+  EXPECT_EQ(used, 0u);
+  EXPECT_KOV_THROW(pk.FillImage(ab.b.cp.get(), nullptr, used, nullptr, 1, 2, 3),
+                   "No image object to write to!");
+  EXPECT_EQ(wnd.calls, "B E B E ");
+  EXPECT_NE(pk.GetPatchMap(), nullptr);
+  kovSetMainWnd(nullptr);
+
+  ASSERT_EQ(pk.FillImage(ab.b.cp.get(), &image, used, nullptr, 0, 0, 0), 1);
+  EXPECT_KOV_THROW(pk.FillImage(ab.b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "This pack has been used: make a new CKovPk for another FillImage.");
+}
+
+TEST(FillImage, InstanceTooLargeWritesNothingOfItAndUsesZero) {
+  BlocksAB ab;
+  // A needs 12 bytes, B's first instance 11: 22 leaves B's first instance one byte short.
+  CKovImage image(22);
+  CKovPk pk(&ab.data.map, 0);
+  uint32_t used = 99;
+  EXPECT_KOV_THROW(pk.FillImage(ab.b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "Block B [1] is too large to fit in the image.\nImage size: 22, blk Start: 12, "
+                   "blk Size 11.\n");
+  EXPECT_EQ(used, 0u);
+  EXPECT_EQ(image.GetBytesArray()[12], 0);
+  EXPECT_EQ(pk.GetPatchMap(), nullptr);
+  // With 23 bytes the same instance ends exactly at the last byte and fits.
+  CKovImage exact(23);
+  CKovPk again(&ab.data.map, 0);
+  EXPECT_KOV_THROW(again.FillImage(ab.b.cp.get(), &exact, used, nullptr, 0, 0, 0),
+                   "Block B [2] is too large to fit in the image.\nImage size: 23, blk Start: 23, "
+                   "blk Size 11.\n");
+}
+
+TEST(FillImage, RefusesDataSizesThatWouldCorruptTheImage) {
+  LayoutBuilder b;
+  CKovBlkLayout* padded = b.Block(1, "Padded", 0x21, 0, 1, 1, 4);
+  LayoutBuilder::Num(padded, 1, 0, 0, 7, 8, 0);
+  PackData data;
+  data.Add(padded, {entryOf({new CKovNumField(1, 1, 8)}), entryOf({new CKovNumField(2, 1, 8)})},
+           {4, 2});
+  CKovImage image(64);
+  CKovPk pk(&data.map, 0);
+  uint32_t used = 0;
+  EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "Block Padded [2] is padded to 4 bytes but was given a data size of 2.");
+
+  PackData fewer;
+  fewer.Add(padded, {entryOf({new CKovNumField(1, 1, 8)}), entryOf({new CKovNumField(2, 1, 8)})},
+            {4});
+  CKovPk pk2(&fewer.map, 0);
+  EXPECT_KOV_THROW(pk2.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "Block Padded has 2 instances but 1 data sizes.");
+}
+
+TEST(FillImage, ValueTooWideAndUnknownFieldName) {
+  LayoutBuilder b;
+  CKovBlkLayout* blk = b.Block(1, "Radio", 0x21, 1, 0, 0, 2);
+  LayoutBuilder::Num(blk, 1, 0, 0, 7, 4, 0);
+  kovRegisterString(1, "Volume");
+  PackData wide;
+  wide.Add(blk, {entryOf({new CKovNumField(16, 1, 4)})}, {2});
+  CKovImage image(64);
+  uint32_t used = 0;
+  CKovPk pk(&wide.map, 0);
+  EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "Field Volume can not be fit as per the layout\n(see block Radio).");
+  kovClearRegisteredStrings();
+  EXPECT_EQ(image.GetBytesArray()[6], 0);  // nothing of the value was written
+
+  PackData unknown;
+  unknown.Add(blk, {entryOf({new CKovNumField(1, 77, 4)})}, {2});
+  CKovPk pk2(&unknown.map, 0);
+  EXPECT_KOV_THROW(pk2.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "Layout not found for field 77 in block 1.");
+}
+
+TEST(PkEntry, SkipsEmptySlotsAndWritesBothValuesGivenOneId) {
+  LayoutBuilder b;
+  CKovBlkLayout* blk = b.Block(1, "Radio", 0x21, 1, 0, 0, 3);
+  LayoutBuilder::Num(blk, 1, 0, 0, 7, 8, 0);
+  LayoutBuilder::Num(blk, 2, 1, 1, 7, 8, 1);
+  auto* e = new CKovPkEntry(4);
+  e->AddPkField(1, new CKovPkField(new CKovNumField(0x11, 1, 8)), 0);
+  e->AddPkField(1, new CKovPkField(new CKovNumField(0x22, 1, 8)), 3);  // same id, later slot
+  EXPECT_EQ(e->GetPkFieldMap().GetCount(), 1);
+  EXPECT_KOV_THROW(e->AddPkField(2, new CKovPkField(new CKovNumField(1, 2, 8)), 4),
+                   "Position 4 of field 2 is outside the 4 fields of its pack entry.");
+  PackData data;
+  data.Add(blk, {e, new CKovPkEntry(0)}, {3, 0});
+  Bytes image = packImage(b.cp.get(), data);
+  // Both values of id 1 went to byte 0: the later slot wins. Byte 1 stays 0 (empty slots).
+  ASSERT_EQ(image.size(), 19u);
+  EXPECT_EQ(image[6], 0x22);
+  EXPECT_EQ(image[7], 0x00);
+  // The second instance has data size 0: size field 2, checksum 0.
+  EXPECT_EQ(Bytes(image.begin() + 11, image.end()), (Bytes{0, 0x21, 0, 1, 0, 2, 0, 0}));
+}
+
+// A value that stands for a list in another block: it writes its entries and hands the pack a
+// new LEQ value for block X, as a split list does.
+class SplitListStandIn : public CKovField {
+ public:
+  SplitListStandIn(uint32_t id, Bytes entries, uint16_t leqBlkID, uint32_t leqID)
+      : CKovField(id), entries(std::move(entries)), leqBlkID(leqBlkID), leqID(leqID) {}
+  PkStatus WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
+                        uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
+                        const CKovFieldLayout* layout, const CKovCpLayout* cpLayout, uint16_t blkID,
+                        int) const override {
+    if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,
+                     startMsbInImage)) {
+      return PkDeferred;
+    }
+    for (size_t i = 0; i < entries.size(); ++i) image->SetAt(byteOffsetInImage + i, entries[i]);
+    imageSize = static_cast<uint32_t>(entries.size() * 8);
+    if (leqBlkID != 0) {
+      pk->GetPatchMap()->AddField(pk,
+                                  new CKovNumField(static_cast<uint32_t>(entries.size()), leqID, 16),
+                                  cpLayout->GetFieldLayout(leqBlkID, leqID), leqBlkID, 1, true);
+    }
+    return PkDone;
+  }
+  int CanValueFitAsPerLayout(const CKovFieldLayout*) const override { return 1; }
+
+ private:
+  Bytes entries;
+  uint16_t leqBlkID;
+  uint32_t leqID;
+};
+
+CKovFieldLayout* listLayout(uint32_t id, const CKovBlkLayout* blk, bool fixedAddr, uint32_t gap) {
+  auto* entry = new CKovDataLayout(ListEntryLayout, 0, 7, id, false);
+  entry->AddField(id + 1, 0, new CKovNumFieldLayout(id + 1, 0, 8, 7, true, 0, entry), 0);
+  KovListAttribStruct attribs(0, VarSzCalcLeq, 10, 0, 8, 0, nullptr);
+  return new CKovListFieldLayout(id, 0, 7, attribs, fixedAddr, gap, blk->GetDataLayout(), entry);
+}
+
+TEST(PkPatchMap, SplitLeqIsPatchedIntoEarlierBlock) {
+  // X (0x0021/1, 2 bytes) holds the 16-bit LEQ; Y (0x0022/1, 3 bytes) holds the list of three
+  // 8-bit entries, which hands the LEQ 3 to the patch stage.
+  LayoutBuilder b;
+  CKovBlkLayout* x = b.Block(1, "X", 0x0021, 1, 0, 0, 2);
+  LayoutBuilder::Num(x, 5, 0, 0, 7, 16, 0);
+  CKovBlkLayout* y = b.Block(2, "Y", 0x0022, 1, 0, 0, 3);
+  y->AddField(30, 0, listLayout(30, y, true, 0), 0);
+  PackData data;
+  data.Add(x, {new CKovPkEntry(1)}, {2});
+  data.Add(y, {entryOf({new SplitListStandIn(30, {0x0A, 0x0B, 0x0C}, 1, 5)})}, {3});
+  EXPECT_EQ(packImage(b.cp.get(), data),
+            (Bytes{0x00, 0x21, 0x00, 0x01, 0x00, 0x04, 0x00, 0x03, 0x30, 0x63,  // X, patched
+                   0x00, 0x22, 0x00, 0x01, 0x00, 0x05, 0x0A, 0x0B, 0x0C, 0xDA, 0xB7}));
+}
+
+TEST(PkPatchMap, FloatingFieldBehindLaterWrittenListChangesOnlyItsInstanceChecksum) {
+  // Block M, 3 instances of 4 bytes: a list (3 bytes in instance 2) and a floating 8-bit field
+  // behind it, placed before the list in the order of writing, so it must wait.
+  LayoutBuilder b;
+  CKovBlkLayout* m = b.Block(1, "M", 0x0031, 0, 1, 0, 4);
+  m->AddField(40, 0, listLayout(40, m, true, 0), 1);
+  LayoutBuilder::Num(m, 50, 40, 0, 0, 8, 0, false, 0);
+  auto* waiting = new CKovPkEntry(2);
+  waiting->AddPkField(50, new CKovPkField(new CKovNumField(0x77, 50, 8)), 0);
+  waiting->AddPkField(40, new CKovPkField(new SplitListStandIn(40, {1, 2, 3}, 0, 0)), 1);
+  PackData data;
+  // Instances 1 and 3 have no list value: their field 50 would wait for ever, so they hold a
+  // list of no entries, written first.
+  auto emptyList = [] {
+    auto* e = new CKovPkEntry(2);
+    e->AddPkField(40, new CKovPkField(new SplitListStandIn(40, {}, 0, 0)), 0);
+    e->AddPkField(50, new CKovPkField(new CKovNumField(0x66, 50, 8)), 1);
+    return e;
+  };
+  data.Add(m, {emptyList(), waiting, emptyList()}, {4, 4, 4});
+  Bytes image = packImage(b.cp.get(), data);
+  ASSERT_EQ(image.size(), 36u);
+  // Instance 2 at byte 12: list 01 02 03 then the patched 0x77; its checksum covers the patch.
+  // Checksums here were worked out bit by bit: CRC(01 02 03 77) = 43F7, CRC(66 00 00 00) = 7E4B.
+  EXPECT_EQ(Bytes(image.begin() + 12, image.begin() + 24),
+            (Bytes{0x00, 0x31, 0x00, 0x01, 0x00, 0x06, 0x01, 0x02, 0x03, 0x77, 0x43, 0xF7}));
+  // Instances 1 and 3: 66 00 00 00 with the checksum of the first pass.
+  EXPECT_EQ(Bytes(image.begin() + 6, image.begin() + 12),
+            (Bytes{0x66, 0x00, 0x00, 0x00, 0x7E, 0x4B}));
+  EXPECT_EQ(Bytes(image.begin() + 30, image.end()), (Bytes{0x66, 0x00, 0x00, 0x00, 0x7E, 0x4B}));
+}
+
+TEST(PkPatchMap, PatchForUnpackedBlockIsReportedAndOthersStillPatched) {
+  LayoutBuilder b;
+  CKovBlkLayout* x = b.Block(1, "X", 0x0021, 1, 0, 0, 2);
+  LayoutBuilder::Num(x, 5, 0, 0, 7, 16, 0);
+  CKovBlkLayout* y = b.Block(2, "Y", 0x0022, 1, 0, 0, 3);
+  y->AddField(30, 0, listLayout(30, y, true, 0), 0);
+  CKovBlkLayout* absent = b.Block(3, "Absent", 0x0023, 1, 0, 0, 2);
+  LayoutBuilder::Num(absent, 6, 0, 0, 7, 16, 0);
+  CKovBlkLayout* z = b.Block(4, "Z", 0x0024, 1, 0, 0, 3);
+  z->AddField(31, 0, listLayout(31, z, true, 0), 0);
+  PackData data;
+  data.Add(x, {new CKovPkEntry(1)}, {2});
+  data.Add(y, {entryOf({new SplitListStandIn(30, {0x0A, 0x0B, 0x0C}, 1, 5)})}, {3});
+  data.Add(z, {entryOf({new SplitListStandIn(31, {0x01}, 3, 6)})}, {3});
+  MessageBoxRecorder boxes;
+  Bytes image = packImage(b.cp.get(), data);
+  EXPECT_EQ(boxes.Texts(), (std::vector<std::string>{
+                               "Failed to patch 1 or more fields. Check that\nblocks for all "
+                               "split-across fields are being packed."}));
+  EXPECT_EQ(Bytes(image.begin(), image.begin() + 10),
+            (Bytes{0x00, 0x21, 0x00, 0x01, 0x00, 0x04, 0x00, 0x03, 0x30, 0x63}));
+}
+
+TEST(PkPatchMap, UndeterminedAddressAndUnpatchableKindAreShownNotThrown) {
+  LayoutBuilder b;
+  CKovBlkLayout* m = b.Block(1, "M", 0x0031, 1, 0, 0, 4);
+  kovRegisterString(50, "Tail");
+  m->AddField(40, 0, listLayout(40, m, true, 0), 0);
+  LayoutBuilder::Num(m, 50, 40, 0, 0, 8, 0, false, 0);
+  PackData data;
+  data.Add(m, {entryOf({new CKovNumField(0x77, 50, 8)})}, {4});  // the list never comes
+  MessageBoxRecorder boxes;
+  Bytes image = packImage(b.cp.get(), data);
+  EXPECT_EQ(image.size(), 12u);
+  EXPECT_EQ(boxes.Texts(),
+            (std::vector<std::string>{"Unable to determine pack address for field Tail in block M."}));
+  kovClearRegisteredStrings();
+
+  LayoutBuilder b2;
+  CKovBlkLayout* s = b2.Block(1, "S", 0x0032, 1, 0, 0, 6);
+  s->AddField(40, 0, listLayout(40, s, true, 0), 1);
+  s->AddField(51, 40, new CKovStrFieldLayout(51, 0, 0, CKovCharFieldLayout::Char8Bit, 2, false, 0,
+                                             s->GetDataLayout()),
+              0);
+  auto* e = new CKovPkEntry(2);
+  e->AddPkField(51, new CKovPkField(new CKovStrField("ok", 51, 16)), 0);
+  e->AddPkField(40, new CKovPkField(new SplitListStandIn(40, {9}, 0, 0)), 1);
+  PackData strData;
+  strData.Add(s, {e}, {6});
+  boxes.Clear();
+  packImage(b2.cp.get(), strData);
+  EXPECT_EQ(boxes.Texts(), (std::vector<std::string>{
+                               "Attempting to patch field 51 in block 1 but only\nknow how to "
+                               "patch Numeric fields and KovName fields."}));
+}
+
+TEST(PkPatchMap, PatchForMissingInstanceThrows) {
+  LayoutBuilder b;
+  CKovBlkLayout* x = b.Block(1, "X", 0x0021, 1, 0, 0, 2);
+  LayoutBuilder::Num(x, 5, 0, 0, 7, 16, 0);
+  CKovBlkLayout* y = b.Block(2, "Y", 0x0022, 0, 1, 0, 1);
+  y->AddField(30, 0, listLayout(30, y, true, 0), 0);
+  // The stand-in always aims at instance 1; an X without instances has none.
+  PackData noX;
+  noX.Add(x, {}, {});
+  noX.Add(y, {entryOf({new SplitListStandIn(30, {1}, 1, 5)})}, {1});
+  CKovImage image(64);
+  CKovPk pk(&noX.map, 0);
+  uint32_t used = 0;
+  EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "Attempting to patch field(s) in block X-1, but\nthat block instance number "
+                   "does not exist.");
+  EXPECT_EQ(used, 0u);
+}
+
+TEST(StrField, Char8BitAndChar4BitStringsPackTheirCharactersOnly) {
+  LayoutBuilder b;
+  CKovBlkLayout* blk = b.Block(1, "Names", 0x0041, 1, 0, 0, 6);
+  blk->AddField(1, 0, new CKovStrFieldLayout(1, 0, 7, CKovCharFieldLayout::Char8Bit, 4, true, 0,
+                                             blk->GetDataLayout()),
+                0);
+  blk->AddField(2, 1, new CKovStrFieldLayout(2, 4, 7, CKovCharFieldLayout::Char4Bit, 4, true, 0,
+                                             blk->GetDataLayout()),
+                1);
+  PackData data;
+  data.Add(blk, {entryOf({new CKovStrField("AB", 1, 32), new CKovStrField("12", 2, 16)})}, {6});
+  CKovImage image(32);
+  image.SetAt(8, uint8_t{0xEE});  // behind "AB": untouched
+  CKovPk pk(&data.map, 0);
+  uint32_t used = 0;
+  pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0);
+  EXPECT_EQ(Bytes(image.GetBytesArray() + 6, image.GetBytesArray() + 12),
+            (Bytes{'A', 'B', 0xEE, 0x00, 0x12, 0x00}));
+}
+
+TEST(StrField, RefusesTooLongStringsAndNonDigitsInChar4Bit) {
+  LayoutBuilder b;
+  CKovBlkLayout* blk = b.Block(1, "Names", 0x0041, 1, 0, 0, 2);
+  auto* digits = new CKovStrFieldLayout(2, 0, 7, CKovCharFieldLayout::Char4Bit, 3, true, 0,
+                                        blk->GetDataLayout());
+  blk->AddField(2, 0, digits, 0);
+  MessageBoxRecorder boxes;
+  EXPECT_EQ(CKovStrField("1 2", 2, 12).CanValueFitAsPerLayout(digits), 0);
+  EXPECT_EQ(CKovStrField("1234", 2, 12).CanValueFitAsPerLayout(digits), 0);
+  EXPECT_EQ(CKovStrField("12?", 2, 12).CanValueFitAsPerLayout(digits), 1);  // '?' is 0x3F
+  EXPECT_EQ(boxes.Texts(), (std::vector<std::string>{
+                               "Str 1 2 has char \xF0 that can not be stored in 4 bits",
+                               "Str 1 2 (with charLength = 4) can not be stored in 12 bits",
+                               "Str 1234 (with charLength = 4) can not be stored in 12 bits"}));
+}
+
+TEST(NameField, CheckReferenceDecidesWhatIsPacked) {
+  LayoutBuilder b;
+  CKovBlkLayout* refs = b.Block(1, "Refs", 0x0051, 1, 0, 0, 4);
+  CKovBlkLayout* multi = b.Block(2, "Multi", 0x0052, 0, 1, 0, 1);
+  CKovBlkLayout* single = b.Block(3, "Single", 0x0053, 7, 0, 0, 1);
+  LayoutBuilder::Num(multi, 1, 0, 0, 7, 8, 0);
+  LayoutBuilder::Num(single, 1, 0, 0, 7, 8, 0);
+  auto* toMulti = new CKovNameFieldLayout(60, 0, 32, 7, true, 0, refs->GetDataLayout(), 2);
+  auto* toAbsent = new CKovNameFieldLayout(61, 0, 32, 7, true, 0, refs->GetDataLayout(), 9);
+  auto* toSingle = new CKovNameFieldLayout(62, 0, 32, 7, true, 0, refs->GetDataLayout(), 3);
+  refs->AddField(60, 0, toMulti, 0);
+  refs->AddField(61, 60, toAbsent, 1);
+  refs->AddField(62, 61, toSingle, 2);
+  PackData data;
+  data.Add(multi, {entryOf({new CKovNumField(1, 1, 8)}), entryOf({new CKovNumField(2, 1, 8)}),
+                   entryOf({new CKovNumField(3, 1, 8)})},
+           {1, 1, 1});
+  data.Add(single, {entryOf({new CKovNumField(1, 1, 8)})}, {1});
+  CKovPk pk(&data.map, 0);
+  struct Case {
+    const CKovFieldLayout* layout;
+    uint32_t value;
+    int check;
+    uint32_t packed;
+  } cases[] = {
+      {toAbsent, 0x00590001, 0, 0x00590001},  // unchecked: packed as given
+      {toAbsent, 0x00590001, 1, 0},           // referenced block not packed
+      {toMulti, 0x00520003, 1, 0},            // id 3 is no instance of three
+      {toMulti, 0x00520002, 1, 0x00520002},   // id 2 is instance 3
+      {toSingle, 0x00530063, 1, 0x00530063},  // single instance: any id
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.value);
+    CKovNameField f(c.value, c.layout->GetFieldID(), 32, c.check);
+    EXPECT_EQ(f.GetKovNameToPack(&pk, c.layout), c.packed);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+#include "kov/pack/pkentry.h"
+
+#include <algorithm>
+
+#include "kov/layout/cplayout.h"
+#include "kov/layout/datalayout.h"
+#include "kov/pack/pk.h"
+#include "kov/pack/pkpatchmap.h"
+#include "kov/platform/format.h"
+#include "kov/platform/mevgenexception.h"
+
+CKovPkEntry::CKovPkEntry(int numberOfFields)
+    : orderedPkFields(static_cast<size_t>(std::max(numberOfFields, 0)), nullptr) {}
+
+CKovPkEntry::~CKovPkEntry() = default;
+
+void CKovPkEntry::AddPkField(uint32_t id, CKovPkField* field, int position) {
+  if (position < 0 || static_cast<size_t>(position) >= orderedPkFields.size()) {
+    delete field;
+    throw new CMevGenException(
+        kovFormat("Position %d of field %u is outside the %d fields of its pack entry.", position,
+                  id, static_cast<int>(orderedPkFields.size())),
+        0);
+  }
+  bool known = std::any_of(owned.begin(), owned.end(),
+                           [field](const std::unique_ptr<CKovPkField>& p) { return p.get() == field; });
+  if (!known) owned.emplace_back(field);
+  pkFieldMap.SetAt(id, field);
+  orderedPkFields[static_cast<size_t>(position)] = field;
+}
+
+int CKovPkEntry::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
+                              uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
+                              const CKovDataLayout* dataLayout, const CKovCpLayout* cpLayout,
+                              uint16_t blkID, int instance) const {
+  for (const CKovPkField* pkField : orderedPkFields) {
+    if (pkField == nullptr) continue;
+    uint32_t id = pkField->GetFieldID();
+    const CKovFieldLayout* layout = dataLayout->GetFieldLayout(id);
+    if (layout == nullptr) {
+      throw new CMevGenException(kovFormat("Layout not found for field %d in block %d.", id, blkID),
+                                 0);
+    }
+    switch (pkField->WriteToImage(pk, image, entryStartByte, entryMsbStart, fieldsMap, layout,
+                                  cpLayout, blkID, instance)) {
+      case PkDone:
+        fieldsMap->SetAt(id, pkField->GetData());
+        break;
+      case PkDeferred:
+        pk->GetPatchMap()->AddField(pk, pkField->GetData(), layout, blkID,
+                                    static_cast<uint16_t>(instance), false);
+        break;
+      default: {
+        std::string blkName = cpLayout != nullptr ? cpLayout->GetBlkName(blkID) : std::string();
+        throw new CMevGenException(
+            kovFormat("Failed trying to write field %d in block %s [%d] to image.", id,
+                      blkName.c_str(), instance),
+            0);
+      }
+    }
+  }
+  return 1;
+}

@@ -1,0 +1,50 @@
+// CKovPkEntry: the values of one entry (a block instance, a list entry or a union option) to pack.
+//
+// The entry owns its pack fields. They are found by id through the map and written in the order
+// of their positions: slot 0 first, empty slots skipped. The number of slots is fixed by the
+// constructor. Writing a field: PkDone enters the value in the fields map; PkDeferred hands it to
+// the pack's patch map (not owning) and goes on; PkFailed throws
+// "Failed trying to write field %d in block %s [%d] to image." (id, block name, instance).
+// A field id unknown to the data layout throws "Layout not found for field %d in block %d.".
+#ifndef KOV_PACK_PKENTRY_H
+#define KOV_PACK_PKENTRY_H
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "kov/pack/pkfield.h"
+
+class CKovDataLayout;
+
+class CKovPkEntry {
+ public:
+  // An entry with numberOfFields empty slots.
+  explicit CKovPkEntry(int numberOfFields = 0);
+  virtual ~CKovPkEntry();
+  CKovPkEntry(const CKovPkEntry&) = delete;
+  CKovPkEntry& operator=(const CKovPkEntry&) = delete;
+
+  // Takes ownership of field and puts it under id and in slot position. The same id again
+  // replaces the map's pointer; both objects stay in their slots and are written. A position
+  // outside the slots deletes field and throws
+  // "Position %d of field %u is outside the %d fields of its pack entry.".
+  void AddPkField(uint32_t id, CKovPkField* field, int position);
+
+  const std::vector<CKovPkField*>* GetOrderedPkEntryArr() const { return &orderedPkFields; }
+  const KovPkFieldMap& GetPkFieldMap() const { return pkFieldMap; }
+
+  // Writes every field in slot order from (entryStartByte, entryMsbStart); returns 1 or throws.
+  int WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
+                   uint8_t entryMsbStart, KovFieldsMap* fieldsMap, const CKovDataLayout* dataLayout,
+                   const CKovCpLayout* cpLayout, uint16_t blkID, int instance) const;
+
+ private:
+  KovPkFieldMap pkFieldMap;
+  std::vector<CKovPkField*> orderedPkFields;
+  // Every distinct pack field given to AddPkField, so that none is lost when an id or a slot is
+  // given twice.
+  std::vector<std::unique_ptr<CKovPkField>> owned;
+};
+
+#endif  // KOV_PACK_PKENTRY_H

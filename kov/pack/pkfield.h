@@ -1,0 +1,39 @@
+// CKovPkField: one field value handed to the pack, owning that value.
+//
+// Writing first asks the value whether it fits its layout and throws
+// "Field %s can not be fit as per the layout\n(see block %s)." (field name, block name) when it
+// does not; nothing of the value is written then. Otherwise the value writes itself (CKovField).
+// The copy constructor and assignment are deleted: two owners of one value can't both delete it.
+#ifndef KOV_PACK_PKFIELD_H
+#define KOV_PACK_PKFIELD_H
+
+#include <cstdint>
+
+#include "kov/fields/field.h"
+#include "kov/platform/kovmap.h"
+
+class CKovPkField {
+ public:
+  // Takes ownership of data (not null).
+  explicit CKovPkField(CKovField* data) : data(data) {}
+  virtual ~CKovPkField() { delete data; }
+  CKovPkField(const CKovPkField&) = delete;
+  CKovPkField& operator=(const CKovPkField&) = delete;
+
+  uint32_t GetFieldID() const { return data->GetFieldID(); }
+  const CKovField* GetData() const { return data; }
+
+  // Writes the value in the entry at (entryStartByte, entryMsbStart); see the header comment.
+  PkStatus WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
+                        uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
+                        const CKovFieldLayout* layout, const CKovCpLayout* cpLayout,
+                        uint16_t blkID, int instance) const;
+
+ private:
+  CKovField* data;
+};
+
+// Field id -> pack field: the map of a pack entry, and a map of values for measuring a layout.
+using KovPkFieldMap = CKovMap<uint32_t, CKovPkField*>;
+
+#endif  // KOV_PACK_PKFIELD_H

@@ -1,0 +1,58 @@
+// CKovXmlData: the XML report of an unpack, built line by line and written at the end.
+//
+// The report is a log of what an unpack read: a prolog with its document type, then
+// <CodeplugData> with one <Block> per block instance met, each with its <BlockName>
+// ("name_instance") and the fields, lists (<List>, <LED>), unions (<Union>) and listlets
+// (<Listlet>) in the order they were read. A field:
+//     <Field>
+//         <Name> Volume </Name>
+//         <ByteOffset> 0x0 </ByteOffset>     the layout's byte offset within its entry
+//         <BitOffset> 0x7 </BitOffset>       the layout's MSB start
+//         <Length> 0x8 </Length>             the bits the field took in the image
+//         <Value> 0x5 </Value>               number 0x%x, name 0x%08x, character %c, string %s
+//     </Field>
+// Indentation is one tab per open tag and is kept by the calls alone: an end tag closes whatever
+// the caller says. Every '&' becomes "&amp;"; nothing else is escaped.
+//
+// CreateXmlFile writes every line and empties the report; a file that can't be opened is passed
+// over in silence. Nothing here throws but for exhausted memory.
+#ifndef KOV_REPORT_XMLDATA_H
+#define KOV_REPORT_XMLDATA_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class CKovField;
+class CKovFieldLayout;
+
+class CKovXmlData {
+ public:
+  // A report holding the prolog and the <CodeplugData> start tag.
+  CKovXmlData();
+  CKovXmlData(const CKovXmlData&) = delete;
+  CKovXmlData& operator=(const CKovXmlData&) = delete;
+
+  // tag includes its angle brackets: "<List>". A start tag indents what follows by one tab.
+  void AddStartTagLine(const std::string& tag);
+  // Ends one level of indentation, then writes tag.
+  void AddEndTagLine(const std::string& tag);
+  // <Block> and <BlockName> name_instance </BlockName>.
+  void StartBlkInstance(const std::string& blkName, uint16_t instance);
+  // The <Field> element of a number, character, KOV name or string value.
+  void AddPrimitiveField(const CKovField* field, const CKovFieldLayout* layout);
+  // Writes the report to path and empties it. A path that can't be opened writes nothing.
+  void CreateXmlFile(const std::string& path);
+
+  // The lines so far, each ending in a newline.
+  const std::vector<std::string>& GetLines() const { return xmlLines; }
+
+ private:
+  void AddString(std::string line);
+  void ShortenTabStr();
+
+  std::vector<std::string> xmlLines;
+  std::string tabStr;
+};
+
+#endif  // KOV_REPORT_XMLDATA_H

@@ -1,0 +1,181 @@
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "kov/fields/charfield.h"
+#include "kov/fields/namefield.h"
+#include "kov/fields/numfield.h"
+#include "kov/fields/strfield.h"
+#include "kov/kovtest.h"
+#include "kov/layout/charfieldlayout.h"
+#include "kov/layout/datalayout.h"
+#include "kov/layout/namefieldlayout.h"
+#include "kov/layout/numfieldlayout.h"
+#include "kov/layout/strfieldlayout.h"
+#include "kov/platform/strresource.h"
+#include "kov/report/xmldata.h"
+
+namespace {
+
+const char kProlog[] =
+    "<?xml version=\"1.0\"?>\n"
+    "<!DOCTYPE CodeplugData [\n"
+    "<!ELEMENT CodeplugData (Block+)>\n"
+    "<!ELEMENT Block (BlockName, Listlet*, Field*, List*, Union*)>\n"
+    "<!ELEMENT Field (Name, ByteOffset, BitOffset, Length, Value)>\n"
+    "<!ELEMENT Name (#PCDATA)>\n"
+    "<!ELEMENT ByteOffset (#PCDATA)>\n"
+    "<!ELEMENT BitOffset (#PCDATA)>\n"
+    "<!ELEMENT Length (#PCDATA)>\n"
+    "<!ELEMENT Value (#PCDATA)>\n"
+    "<!ELEMENT BlockName (#PCDATA)>\n"
+    "<!ELEMENT List (LED*)>\n"
+    "<!ELEMENT LED (Field*, Union*)>\n"
+    "<!ELEMENT Union (Field*, List*)>\n"
+    "<!ELEMENT ListLet (Union* | List*)>\n"
+    "]>\n"
+    "<CodeplugData>\n";
+
+std::string joined(const CKovXmlData& xml) {
+  std::string all;
+  for (const std::string& line : xml.GetLines()) all += line;
+  return all;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// The fields of the report example, with their layouts.
+struct SettingsFields {
+  SettingsFields() {
+    kovRegisterString(1, "Volume");
+    kovRegisterString(2, "Mode");
+    kovRegisterString(3, "Owner");
+    kovRegisterString(4, "Alias");
+    kovRegisterString(5, "Zone");
+  }
+  ~SettingsFields() { kovClearRegisteredStrings(); }
+  CKovDataLayout dl{static_cast<LayoutType>(1), 0, 7, 0, true};
+  CKovNumFieldLayout volumeLayout{1, 0, 8, 7, true, 0, &dl};
+  CKovCharFieldLayout modeLayout{2, 1, 7, CKovCharFieldLayout::Char8Bit, true, 0, &dl};
+  CKovNameFieldLayout ownerLayout{3, 2, 32, 7, true, 0, &dl, 9};
+  CKovStrFieldLayout aliasLayout{4, 6, 7, CKovCharFieldLayout::Char8Bit, 3, true, 0, &dl};
+  CKovNumFieldLayout zoneLayout{5, 0, 8, 7, true, 0, &dl};
+};
+
+TEST(XmlReport, WorkedExampleByteExact) {
+  SettingsFields f;
+  CKovXmlData xml;
+  CKovNumField volume(5, 1, 8);
+  CKovCharField mode('A', 2, 8);
+  CKovNameField owner(0x00100002, 3, 32, 0);
+  CKovStrField alias("R&D", 4, 24);
+  CKovNumField zone(3, 5, 8);
+  xml.StartBlkInstance("Settings", 1);
+  xml.AddPrimitiveField(&volume, &f.volumeLayout);
+  xml.AddPrimitiveField(&mode, &f.modeLayout);
+  xml.AddPrimitiveField(&owner, &f.ownerLayout);
+  xml.AddPrimitiveField(&alias, &f.aliasLayout);
+  xml.AddStartTagLine("<List>");
+  xml.AddStartTagLine("<LED>");
+  xml.AddPrimitiveField(&zone, &f.zoneLayout);
+  xml.AddEndTagLine("</LED>");
+  xml.AddEndTagLine("</List>");
+  xml.AddEndTagLine("</Block>");
+  xml.AddEndTagLine("</CodeplugData>");
+  EXPECT_EQ(joined(xml), std::string(kProlog) +
+                             "\t<Block>\n"
+                             "\t\t<BlockName> Settings_1 </BlockName>\n"
+                             "\t\t<Field>\n"
+                             "\t\t\t<Name> Volume </Name>\n"
+                             "\t\t\t<ByteOffset> 0x0 </ByteOffset>\n"
+                             "\t\t\t<BitOffset> 0x7 </BitOffset>\n"
+                             "\t\t\t<Length> 0x8 </Length>\n"
+                             "\t\t\t<Value> 0x5 </Value>\n"
+                             "\t\t</Field>\n"
+                             "\t\t<Field>\n"
+                             "\t\t\t<Name> Mode </Name>\n"
+                             "\t\t\t<ByteOffset> 0x1 </ByteOffset>\n"
+                             "\t\t\t<BitOffset> 0x7 </BitOffset>\n"
+                             "\t\t\t<Length> 0x8 </Length>\n"
+                             "\t\t\t<Value> A </Value>\n"
+                             "\t\t</Field>\n"
+                             "\t\t<Field>\n"
+                             "\t\t\t<Name> Owner </Name>\n"
+                             "\t\t\t<ByteOffset> 0x2 </ByteOffset>\n"
+                             "\t\t\t<BitOffset> 0x7 </BitOffset>\n"
+                             "\t\t\t<Length> 0x20 </Length>\n"
+                             "\t\t\t<Value> 0x00100002 </Value>\n"
+                             "\t\t</Field>\n"
+                             "\t\t<Field>\n"
+                             "\t\t\t<Name> Alias </Name>\n"
+                             "\t\t\t<ByteOffset> 0x6 </ByteOffset>\n"
+                             "\t\t\t<BitOffset> 0x7 </BitOffset>\n"
+                             "\t\t\t<Length> 0x18 </Length>\n"
+                             "\t\t\t<Value> R&amp;D </Value>\n"
+                             "\t\t</Field>\n"
+                             "\t\t<List>\n"
+                             "\t\t\t<LED>\n"
+                             "\t\t\t\t<Field>\n"
+                             "\t\t\t\t\t<Name> Zone </Name>\n"
+                             "\t\t\t\t\t<ByteOffset> 0x0 </ByteOffset>\n"
+                             "\t\t\t\t\t<BitOffset> 0x7 </BitOffset>\n"
+                             "\t\t\t\t\t<Length> 0x8 </Length>\n"
+                             "\t\t\t\t\t<Value> 0x3 </Value>\n"
+                             "\t\t\t\t</Field>\n"
+                             "\t\t\t</LED>\n"
+                             "\t\t</List>\n"
+                             "\t</Block>\n"
+                             "</CodeplugData>\n");
+}
+
+TEST(XmlReport, EscapesOnlyAmpersandsAndFormatsZeroValues) {
+  SettingsFields f;
+  CKovXmlData xml;
+  size_t prolog = xml.GetLines().size();
+  CKovStrField alias("a&b&&c &amp; <x>", 4, 24);
+  CKovNumField zero(0, 1, 8);
+  CKovNameField noName(0, 3, 32, 0);
+  xml.AddPrimitiveField(&alias, &f.aliasLayout);
+  xml.AddPrimitiveField(&zero, &f.volumeLayout);
+  xml.AddPrimitiveField(&noName, &f.ownerLayout);
+  const auto& lines = xml.GetLines();
+  EXPECT_EQ(lines[prolog + 5], "\t\t<Value> a&amp;b&amp;&amp;c &amp;amp; <x> </Value>\n");
+  EXPECT_EQ(lines[prolog + 12], "\t\t<Value> 0x0 </Value>\n");
+  EXPECT_EQ(lines[prolog + 19], "\t\t<Value> 0x00000000 </Value>\n");
+}
+
+TEST(XmlReport, EndTagAtDepthZeroStaysAtTheMargin) {
+  CKovXmlData xml;
+  xml.AddEndTagLine("</CodeplugData>");
+  xml.AddEndTagLine("</Extra>");
+  EXPECT_EQ(xml.GetLines().back(), "</Extra>\n");
+}
+
+TEST(XmlReport, WritesFileOnceAndPassesOverUnwritablePath) {
+  std::string path = testing::TempDir() + "kov_report_test.xml";
+  std::remove(path.c_str());
+  CKovXmlData xml;
+  xml.StartBlkInstance("Zone", 3);
+  xml.AddEndTagLine("</Block>");
+  xml.AddEndTagLine("</CodeplugData>");
+  xml.CreateXmlFile(path);
+  EXPECT_EQ(readFile(path), std::string(kProlog) +
+                                "\t<Block>\n\t\t<BlockName> Zone_3 </BlockName>\n\t</Block>\n"
+                                "</CodeplugData>\n");
+  EXPECT_TRUE(xml.GetLines().empty());
+  xml.CreateXmlFile(path);  // a second call empties the file
+  EXPECT_EQ(readFile(path), "");
+  std::remove(path.c_str());
+
+  CKovXmlData lost;
+  lost.CreateXmlFile(testing::TempDir() + "no/such/directory/report.xml");
+  EXPECT_TRUE(lost.GetLines().empty());
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+#include "kov/unpack/upentry.h"
+
+#include <memory>
+
+#include "kov/fields/charfield.h"
+#include "kov/fields/namefield.h"
+#include "kov/fields/numfield.h"
+#include "kov/fields/strfield.h"
+#include "kov/layout/blklayout.h"
+#include "kov/layout/charfieldlayout.h"
+#include "kov/layout/datalayout.h"
+#include "kov/layout/listfieldlayout.h"
+#include "kov/layout/namefieldlayout.h"
+#include "kov/layout/numfieldlayout.h"
+#include "kov/layout/strfieldlayout.h"
+#include "kov/layout/unionfieldlayout.h"
+#include "kov/platform/format.h"
+#include "kov/platform/mevgenexception.h"
+#include "kov/unpack/upfieldfactory.h"
+#include "kov/unpack/uppatchmap.h"
+
+CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
+                         CKovUpPatchMap* patchMap, uint16_t instance,
+                         const CKovDataLayout* dataLayout, const CKovBlkLayout* blkLayout,
+                         uint32_t lastBit, KovFieldsMap& fieldsMap, UpStatus& status)
+    : dataLayout(dataLayout) {
+  status = UpDone;
+  uint16_t blkID = blkLayout->GetBlkID();
+  try {
+    for (uint32_t fieldID : dataLayout->GetOrderedFieldIDsList()) {
+      status = UpDone;
+      CKovFieldLayout* const* found = dataLayout->GetFieldMap().PLookup(fieldID);
+      const CKovFieldLayout* fieldLayout = found != nullptr ? *found : nullptr;
+      if (fieldLayout == nullptr) continue;
+      std::unique_ptr<CKovField> field;
+      try {
+        if (fieldLayout->IsPrimitiveFieldLayout()) {
+          field.reset(UnpackPrimitiveField(up, blkLayout, startByte, startMsb, fieldLayout,
+                                           fieldsMap, lastBit, fieldID, status));
+        } else {
+          field.reset(UnpackComplexField(up, startByte, startMsb, patchMap, instance, fieldLayout,
+                                         blkLayout, fieldID, lastBit, fieldsMap, status));
+        }
+      } catch (CMevGenException* e) {
+        if (e->GetMessage().empty()) {
+          e->SetMessage(kovFormat("Unable to write field %d in block %s to image.", fieldID,
+                                  blkLayout->GetBlkName().c_str()));
+        }
+        throw;
+      }
+      if (status != UpDone) field.reset();
+      if (status == UpOutsideBlkData || status == UpFailed) break;
+      if (status == UpDeferred) {
+        patchMap->AddField(up, startByte, startMsb, fieldID, fieldLayout, blkID, instance);
+        continue;
+      }
+      if (!field) continue;
+      fieldsMap.SetAt(fieldID, field.get());
+      AddUpField(fieldID, new CKovUpField(field.release(), fieldLayout));
+    }
+  } catch (...) {
+    Cleanup();
+    throw;
+  }
+}
+
+CKovUpEntry::~CKovUpEntry() { Cleanup(); }
+
+void CKovUpEntry::Cleanup() {
+  for (auto& kv : upFields) delete kv.second;
+  upFields.RemoveAll();
+}
+
+void CKovUpEntry::AddUpField(uint32_t fieldID, CKovUpField* field) {
+  CKovUpField* previous = nullptr;
+  // A second field under one id would leave the first without an owner.
+  if (upFields.Lookup(fieldID, previous)) delete previous;
+  upFields.SetAt(fieldID, field);
+}
+
+const CKovUpField* CKovUpEntry::GetUpField(uint32_t fieldID) const {
+  CKovUpField* field = nullptr;
+  return upFields.Lookup(fieldID, field) ? field : nullptr;
+}
+
+CKovField* CKovUpEntry::UnpackPrimitiveField(const CKovUp* up, const CKovBlkLayout* blkLayout,
+                                             uint32_t startByte, uint8_t startMsb,
+                                             const CKovFieldLayout* fieldLayout,
+                                             const KovFieldsMap& fieldsMap, uint32_t lastBit,
+                                             uint32_t fieldID, UpStatus& status) const {
+  return kovUnpackPrimitiveField(up, blkLayout->GetBlkID(), startByte, startMsb, fieldLayout,
+                                 fieldsMap, lastBit, fieldID, status);
+}
+
+CKovField* CKovUpEntry::UnpackComplexField(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
+                                           CKovUpPatchMap* patchMap, uint16_t instance,
+                                           const CKovFieldLayout* fieldLayout,
+                                           const CKovBlkLayout* blkLayout, uint32_t fieldID,
+                                           uint32_t lastBit, KovFieldsMap& fieldsMap,
+                                           UpStatus& status) const {
+  return kovUnpackComplexField(up, blkLayout, startByte, startMsb, patchMap, fieldLayout, lastBit,
+                               fieldsMap, status, fieldID, instance);
+}

@@ -1,0 +1,66 @@
+// CKovUpEntry: the values one data layout describes, read from one place in the image.
+//
+// The unpack constructor walks the data layout's fields in the order they were added, and has
+// each build itself from the image at the entry's start (byte, MSB start); lastBit is the last
+// linear bit the entry's fields may touch. By the field's status:
+//   UpDone            kept: in this entry, and in the fields map of the block instance
+//   UpDeferred        handed to the patch map (entry start, field, instance); the walk goes on
+//   UpOutsideBlkData  the walk ends there: a short block or entry is no failure
+//   UpFailed          the walk ends there
+// The final status is that of the last field looked at. The entry owns its own fields only (not
+// those of entries inside lists and unions); the fields map owns nothing and takes every field of
+// the instance at any depth. An exception with an empty text from a field gets
+// "Unable to write field %d in block %s to image.".
+#ifndef KOV_UNPACK_UPENTRY_H
+#define KOV_UNPACK_UPENTRY_H
+
+#include <cstdint>
+
+#include "kov/fields/field.h"
+#include "kov/unpack/upfield.h"
+
+class CKovBlkLayout;
+class CKovDataLayout;
+class CKovUp;
+class CKovUpPatchMap;
+
+class CKovUpEntry {
+ public:
+  // An entry without fields.
+  explicit CKovUpEntry(const CKovDataLayout* dataLayout) : dataLayout(dataLayout) {}
+  // Reads the entry; see the header comment.
+  CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb, CKovUpPatchMap* patchMap,
+              uint16_t instance, const CKovDataLayout* dataLayout, const CKovBlkLayout* blkLayout,
+              uint32_t lastBit, KovFieldsMap& fieldsMap, UpStatus& status);
+  virtual ~CKovUpEntry();
+  CKovUpEntry(const CKovUpEntry&) = delete;
+  CKovUpEntry& operator=(const CKovUpEntry&) = delete;
+
+  const CKovDataLayout* GetDataLayout() const { return dataLayout; }
+  // The field of this entry with fieldID, looking through the entries of its unions; null when
+  // there is none. Fields inside list entries are found on those entries.
+  const CKovUpField* GetUpField(uint32_t fieldID) const;
+  const KovUpFieldMap& GetUpFieldMap() const { return upFields; }
+
+  // Stores field under fieldID, taking ownership; a field already there is deleted.
+  void AddUpField(uint32_t fieldID, CKovUpField* field);
+
+ protected:
+  CKovField* UnpackPrimitiveField(const CKovUp* up, const CKovBlkLayout* blkLayout,
+                                  uint32_t startByte, uint8_t startMsb,
+                                  const CKovFieldLayout* fieldLayout,
+                                  const KovFieldsMap& fieldsMap, uint32_t lastBit,
+                                  uint32_t fieldID, UpStatus& status) const;
+  CKovField* UnpackComplexField(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
+                                CKovUpPatchMap* patchMap, uint16_t instance,
+                                const CKovFieldLayout* fieldLayout, const CKovBlkLayout* blkLayout,
+                                uint32_t fieldID, uint32_t lastBit, KovFieldsMap& fieldsMap,
+                                UpStatus& status) const;
+  void Cleanup();
+
+ private:
+  KovUpFieldMap upFields;
+  const CKovDataLayout* dataLayout;
+};
+
+#endif  // KOV_UNPACK_UPENTRY_H

@@ -1,0 +1,5 @@
+#include "kov/unpack/upfield.h"
+
+#include "kov/fields/field.h"
+
+CKovUpField::~CKovUpField() { delete data; }

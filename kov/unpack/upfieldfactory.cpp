@@ -1,0 +1,55 @@
+#include "kov/unpack/upfieldfactory.h"
+
+#include "kov/fields/charfield.h"
+#include "kov/fields/namefield.h"
+#include "kov/fields/numfield.h"
+#include "kov/fields/strfield.h"
+#include "kov/layout/blklayout.h"
+#include "kov/layout/charfieldlayout.h"
+#include "kov/layout/listfieldlayout.h"
+#include "kov/layout/namefieldlayout.h"
+#include "kov/layout/numfieldlayout.h"
+#include "kov/layout/strfieldlayout.h"
+#include "kov/layout/unionfieldlayout.h"
+#include "kov/platform/format.h"
+#include "kov/platform/mevgenexception.h"
+
+CKovField* kovUnpackPrimitiveField(const CKovUp* up, uint16_t blkID, uint32_t startByte,
+                                   uint8_t startMsb, const CKovFieldLayout* fieldLayout,
+                                   const KovFieldsMap& fieldsMap, uint32_t lastBit,
+                                   uint32_t fieldID, UpStatus& status) {
+  status = UpDone;
+  if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovNameFieldLayout))) {
+    return new CKovNameField(up, startByte, startMsb, fieldsMap, fieldLayout, fieldID, blkID,
+                             lastBit, status);
+  }
+  if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovNumFieldLayout))) {
+    return new CKovNumField(up, startByte, startMsb, fieldsMap, fieldLayout, fieldID, blkID,
+                            lastBit, status);
+  }
+  if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovCharFieldLayout))) {
+    return new CKovCharField(up, startByte, startMsb, fieldsMap, fieldLayout, fieldID, blkID,
+                             lastBit, status);
+  }
+  if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovStrFieldLayout))) {
+    return new CKovStrField(up, startByte, startMsb, fieldsMap, fieldLayout, fieldID, blkID,
+                            lastBit, status);
+  }
+  return nullptr;
+}
+
+CKovField* kovUnpackComplexField(const CKovUp*, const CKovBlkLayout* blkLayout, uint32_t,
+                                 uint8_t, CKovUpPatchMap*, const CKovFieldLayout* fieldLayout,
+                                 uint32_t, KovFieldsMap&, UpStatus& status, uint32_t fieldID,
+                                 uint16_t) {
+  status = UpDone;
+  if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovUnionFieldLayout)) ||
+      fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovListFieldLayout))) {
+    throw new CMevGenException(
+        kovFormat("Field %u in block %s is a list or union, which this library does not unpack "
+                  "yet.",
+                  fieldID, blkLayout->GetBlkName().c_str()),
+        0);
+  }
+  return nullptr;
+}
