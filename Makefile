@@ -17,7 +17,8 @@ build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
 demo: build
-	@$(BUILD)/examples/kov_demo
+	@mkdir -p $(BUILD)/demo
+	@$(BUILD)/examples/kov_demo $(BUILD)/demo
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)

@@ -3,7 +3,8 @@
 // Part 1 lays single fields (fixed and floating numbers and characters) into a data area and
 // reads them back with the unpack constructors. Part 2 packs a sample codeplug of three blocks
 // (a settings block, a multi-instance channel block and a padded block) with FillImage and
-// prints the image with its block boundaries.
+// prints the image with its block boundaries. Part 3 unpacks that image again, prints the values
+// read back and writes the image and the XML report of its unpack side by side.
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -69,7 +70,42 @@ int fieldDemo() {
   return status == UpDone ? 0 : 1;
 }
 
-int packDemo() {
+// The value of a field as a person reads it.
+std::string valueText(const CKovField* f) {
+  if (f->IsNumber()) return kovFormat("0x%X", static_cast<const CKovNumField*>(f)->GetValue());
+  if (f->IsChar()) return kovFormat("'%c'", static_cast<const CKovCharField*>(f)->GetValue());
+  if (f->IsKovName()) return kovFormat("KOV 0x%08X", static_cast<const CKovNameField*>(f)->GetValue());
+  if (f->IsString()) return "\"" + static_cast<const CKovStrField*>(f)->GetValue() + "\"";
+  return "(complex)";
+}
+
+int unpackDemo(const CKovCpLayout* layout, const std::vector<uint8_t>& image,
+               const std::string& reportPath) {
+  std::printf("\n== Unpacking it again ==\n");
+  CKovUp up(layout, image, reportPath);
+  up.FullUnpack();
+  for (uint16_t partition : layout->GetPartitionNumList()) {
+    for (const CKovBlkLayout* blk : layout->GetBlkLayoutList(partition)) {
+      const CKovUpStdBlk* read = up.GetUnpackedBlk(blk->GetBlkID());
+      if (read == nullptr) continue;
+      for (int instance = 1; instance <= read->GetBlkInstanceQty(); ++instance) {
+        std::printf("%s [%d]:", blk->GetBlkName().c_str(), instance);
+        const CKovUpEntry* entry = read->GetUpEntry(instance);
+        for (uint32_t id : blk->GetDataLayout()->GetOrderedFieldIDsList()) {
+          const CKovUpField* field = entry != nullptr ? entry->GetUpField(id) : nullptr;
+          if (field == nullptr) continue;
+          std::printf("  %s = %s", field->GetData()->GetFieldName().c_str(),
+                      valueText(field->GetData()).c_str());
+        }
+        std::printf("\n");
+      }
+    }
+  }
+  std::printf("report written to %s\n", reportPath.c_str());
+  return 0;
+}
+
+int packDemo(const std::string& outDir) {
   std::printf("== Packing the sample codeplug ==\n");
   std::unique_ptr<CKovCpLayout> layout = kovSampleLayout();
   KovSamplePackData data = kovSamplePackData(layout.get());
@@ -95,15 +131,25 @@ int packDemo() {
     std::printf("partition %u: start %u, %u bytes\n", kv.first, kv.second->startAddr,
                 kv.second->size);
   }
-  return 0;
+  std::vector<uint8_t> bytes(image.GetBytesArray(), image.GetBytesArray() + used);
+  std::string imagePath = outDir + "/sample.kov";
+  if (std::FILE* file = std::fopen(imagePath.c_str(), "wb")) {
+    std::fwrite(bytes.data(), 1, bytes.size(), file);
+    std::fclose(file);
+    std::printf("image written to %s\n", imagePath.c_str());
+  }
+  return unpackDemo(layout.get(), bytes, outDir + "/sample.xml");
 }
 
 }  // namespace
 
-int main() {
+// Writes sample.kov and its report sample.xml into the directory given (default: the current
+// one).
+int main(int argc, char** argv) {
+  std::string outDir = argc > 1 ? argv[1] : ".";
   try {
     int rc = fieldDemo();
-    if (rc == 0) rc = packDemo();
+    if (rc == 0) rc = packDemo(outDir);
     return rc;
   } catch (CMevGenException* e) {
     std::fprintf(stderr, "kov: %s\n", e->GetMessage().c_str());
