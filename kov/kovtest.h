@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -12,9 +13,12 @@
 #include <vector>
 
 #include "kov/fields/charfield.h"
+#include "kov/fields/listfield.h"
 #include "kov/fields/namefield.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
+#include "kov/fields/unionfield.h"
+#include "kov/image/checksum.h"
 #include "kov/image/image.h"
 #include "kov/layout/blklayout.h"
 #include "kov/layout/cplayout.h"
@@ -26,6 +30,7 @@
 #include "kov/platform/msgbox.h"
 #include "kov/unpack/up.h"
 #include "kov/unpack/upentry.h"
+#include "kov/unpack/upentrylist.h"
 
 // Runs statement, which must throw a CMevGenException* whose text is text; deletes it.
 #define EXPECT_KOV_THROW(statement, text)                                             \
@@ -76,6 +81,25 @@ class MessageBoxRecorder {
 };
 
 using Bytes = std::vector<uint8_t>;
+
+// One block instance: KOV type and id, size, the data and its CRC (whose own check values are
+// tested with the checksum).
+inline Bytes blockInstance(uint16_t kovType, uint16_t kovID, const Bytes& data) {
+  size_t size = data.size() + 2;
+  Bytes b(6 + size);
+  b[0] = static_cast<uint8_t>(kovType >> 8);
+  b[1] = static_cast<uint8_t>(kovType);
+  b[2] = static_cast<uint8_t>(kovID >> 8);
+  b[3] = static_cast<uint8_t>(kovID);
+  b[4] = static_cast<uint8_t>(size >> 8);
+  b[5] = static_cast<uint8_t>(size);
+  std::copy(data.begin(), data.end(), b.begin() + 6);
+  uint16_t crc = 0;
+  kovCalculateChecksum(data, crc);
+  b[6 + data.size()] = static_cast<uint8_t>(crc >> 8);
+  b[7 + data.size()] = static_cast<uint8_t>(crc);
+  return b;
+}
 
 // Builds a codeplug layout block by block.
 class LayoutBuilder {
@@ -155,6 +179,40 @@ inline std::string kovTestValueText(const CKovField* f) {
   return buf;
 }
 
+// Expects every field of a pack entry to read back the same in an unpacked entry, lists and
+// unions entry by entry. Fields the pack did not give (an LEQ the list wrote) are not compared.
+inline void ExpectSameEntry(const CKovPkEntry* pkEntry, const CKovUpEntry* upEntry) {
+  ASSERT_NE(upEntry, nullptr);
+  for (const auto& kv : pkEntry->GetPkFieldMap()) {
+    SCOPED_TRACE("field " + std::to_string(kv.first));
+    const CKovField* packed = kv.second->GetData();
+    const CKovUpField* upField = upEntry->GetUpField(kv.first);
+    const CKovField* read = upField != nullptr ? upField->GetData() : nullptr;
+    ASSERT_NE(read, nullptr) << kovTestValueText(packed) << " was not read back";
+    if (packed->IsList()) {
+      ASSERT_TRUE(read->IsList());
+      auto* pkList = static_cast<const CKovListField*>(packed);
+      auto* upList = static_cast<const CKovListField*>(read);
+      EXPECT_EQ(upList->GetListEntryQty(), pkList->GetListEntryQty());
+      ASSERT_EQ(upList->GetUpEntryList()->GetCount(), pkList->GetPkEntryList()->GetCount());
+      for (int i = 0; i < pkList->GetPkEntryList()->GetCount(); ++i) {
+        SCOPED_TRACE("entry " + std::to_string(i));
+        ExpectSameEntry(pkList->GetPkEntryList()->GetAt(i), upList->GetUpEntryList()->GetAt(i));
+      }
+    } else if (packed->IsUnion()) {
+      ASSERT_TRUE(read->IsUnion());
+      auto* pkUnion = static_cast<const CKovUnionField*>(packed);
+      auto* upUnion = static_cast<const CKovUnionField*>(read);
+      EXPECT_EQ(upUnion->GetLayoutID(), pkUnion->GetLayoutID());
+      if (pkUnion->GetPkEntry() != nullptr && pkUnion->GetImageSize() != 0) {
+        ExpectSameEntry(pkUnion->GetPkEntry(), upUnion->GetUpEntry());
+      }
+    } else {
+      EXPECT_EQ(kovTestValueText(read), kovTestValueText(packed));
+    }
+  }
+}
+
 // Unpacks image against layout and expects every value of data to read back the same, instance by
 // instance, and no instance more than was packed.
 inline void ExpectUnpacksToPackedValues(const CKovCpLayout* layout, const PackData& data,
@@ -170,15 +228,7 @@ inline void ExpectUnpacksToPackedValues(const CKovCpLayout* layout, const PackDa
     ASSERT_EQ(read->GetBlkInstanceQty(), packed);
     for (int i = 0; i < packed; ++i) {
       SCOPED_TRACE("instance " + std::to_string(i + 1));
-      const CKovPkEntry* pkEntry = blk->GetPackEntryList()->GetAt(i);
-      const CKovUpEntry* upEntry = read->GetUnpackedEntryList()->GetAt(i);
-      ASSERT_NE(upEntry, nullptr);
-      for (const auto& kv : pkEntry->GetPkFieldMap()) {
-        const CKovUpField* upField = upEntry->GetUpField(kv.first);
-        EXPECT_EQ(kovTestValueText(upField != nullptr ? upField->GetData() : nullptr),
-                  kovTestValueText(kv.second->GetData()))
-            << "field " << kv.first;
-      }
+      ExpectSameEntry(blk->GetPackEntryList()->GetAt(i), read->GetUnpackedEntryList()->GetAt(i));
     }
   }
 }

@@ -21,4 +21,7 @@ UpStatus kovLocatePrimitiveField(const CKovField* field, const CKovFieldLayout* 
 int kovWritePrimitiveBits(CKovImage* image, uint32_t byte, uint8_t msbStart, uint32_t value,
                           uint32_t numBits);
 
+// The value of a number, KOV name or character field; false for any other kind (and for null).
+bool kovNumericValueOf(const CKovField* field, uint32_t& value);
+
 #endif  // KOV_FIELDS_PRIMITIVEIO_H

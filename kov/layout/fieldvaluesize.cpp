@@ -1,6 +1,8 @@
 #include "kov/layout/fieldvaluesize.h"
 
+#include "kov/fields/field.h"
 #include "kov/pack/pkfield.h"
+#include "kov/unpack/upfield.h"
 
 namespace {
 
@@ -20,6 +22,8 @@ bool kovGetValueImageSize(const void* fieldValueMap, int mapKind, uint32_t field
   if (mapKind == kKovPkFieldMapKind) {
     return imageSizeIn(static_cast<const KovPkFieldMap*>(fieldValueMap), fieldID, imageSize);
   }
-  // Maps of unpack fields come with the unpack entries, which own their fields.
+  if (mapKind == kKovUpFieldMapKind) {
+    return imageSizeIn(static_cast<const KovUpFieldMap*>(fieldValueMap), fieldID, imageSize);
+  }
   return false;
 }

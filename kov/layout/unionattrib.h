@@ -30,7 +30,7 @@ enum UnionFormat {
 // in the order of discrIDArr.
 using KovUpLayoutSelectionFunc = uint32_t (*)(const CKovUp* up, uint32_t unionID, uint16_t instance,
                                               const CKovBlkLayout* blkLayout,
-                                              std::list<KovDiscrInfo*>& discrs);
+                                              const std::list<const KovDiscrInfo*>& discrs);
 
 struct KovUnionAttribStruct {
   // Format UnionFixedPadded, length 0, no function, no discriminants.

@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "kov/fields/listfield.h"
 #include "kov/fields/namefield.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
@@ -226,58 +227,23 @@ TEST(PkEntry, SkipsEmptySlotsAndWritesBothValuesGivenOneId) {
   EXPECT_EQ(Bytes(image.begin() + 11, image.end()), (Bytes{0, 0x21, 0, 1, 0, 2, 0, 0}));
 }
 
-// A value that stands for a list in another block: it writes its entries and hands the pack a
-// new LEQ value for block X, as a split list does.
-class SplitListStandIn : public CKovField {
- public:
-  SplitListStandIn(uint32_t id, Bytes entries, uint16_t leqBlkID, uint32_t leqID)
-      : CKovField(id), entries(std::move(entries)), leqBlkID(leqBlkID), leqID(leqID) {}
-  PkStatus WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
-                        uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
-                        const CKovFieldLayout* layout, const CKovCpLayout* cpLayout, uint16_t blkID,
-                        int) const override {
-    if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,
-                     startMsbInImage)) {
-      return PkDeferred;
-    }
-    for (size_t i = 0; i < entries.size(); ++i) image->SetAt(byteOffsetInImage + i, entries[i]);
-    imageSize = static_cast<uint32_t>(entries.size() * 8);
-    if (leqBlkID != 0) {
-      pk->GetPatchMap()->AddField(pk,
-                                  new CKovNumField(static_cast<uint32_t>(entries.size()), leqID, 16),
-                                  cpLayout->GetFieldLayout(leqBlkID, leqID), leqBlkID, 1, true);
-    }
-    return PkDone;
-  }
-  int CanValueFitAsPerLayout(const CKovFieldLayout*) const override { return 1; }
-
- private:
-  Bytes entries;
-  uint16_t leqBlkID;
-  uint32_t leqID;
-};
-
-CKovFieldLayout* listLayout(uint32_t id, const CKovBlkLayout* blk, bool fixedAddr, uint32_t gap) {
+// A list layout of 8-bit entries: its quantity in field leqID of block leqBlkID (split) or
+// calculated when leqBlkID is 0.
+CKovFieldLayout* listLayout(uint32_t id, const CKovBlkLayout* blk, uint16_t leqBlkID = 0,
+                            uint32_t leqID = 0) {
   auto* entry = new CKovDataLayout(ListEntryLayout, 0, 7, id, false);
   entry->AddField(id + 1, 0, new CKovNumFieldLayout(id + 1, 0, 8, 7, true, 0, entry), 0);
-  KovListAttribStruct attribs(0, VarSzCalcLeq, 10, 0, 8, 0, nullptr);
-  return new CKovListFieldLayout(id, 0, 7, attribs, fixedAddr, gap, blk->GetDataLayout(), entry);
+  KovListAttribStruct attribs(leqID, leqBlkID != 0 ? VarSzSplitLeq : VarSzCalcLeq, 10, 0, 8,
+                              leqBlkID, nullptr);
+  return new CKovListFieldLayout(id, 0, 7, attribs, true, 0, blk->GetDataLayout(), entry);
 }
 
-TEST(PkPatchMap, SplitLeqIsPatchedIntoEarlierBlock) {
-  // X (0x0021/1, 2 bytes) holds the 16-bit LEQ; Y (0x0022/1, 3 bytes) holds the list of three
-  // 8-bit entries, which hands the LEQ 3 to the patch stage.
-  LayoutBuilder b;
-  CKovBlkLayout* x = b.Block(1, "X", 0x0021, 1, 0, 0, 2);
-  LayoutBuilder::Num(x, 5, 0, 0, 7, 16, 0);
-  CKovBlkLayout* y = b.Block(2, "Y", 0x0022, 1, 0, 0, 3);
-  y->AddField(30, 0, listLayout(30, y, true, 0), 0);
-  PackData data;
-  data.Add(x, {new CKovPkEntry(1)}, {2});
-  data.Add(y, {entryOf({new SplitListStandIn(30, {0x0A, 0x0B, 0x0C}, 1, 5)})}, {3});
-  EXPECT_EQ(packImage(b.cp.get(), data),
-            (Bytes{0x00, 0x21, 0x00, 0x01, 0x00, 0x04, 0x00, 0x03, 0x30, 0x63,  // X, patched
-                   0x00, 0x22, 0x00, 0x01, 0x00, 0x05, 0x0A, 0x0B, 0x0C, 0xDA, 0xB7}));
+// A list value of 8-bit entries, its size set as the application sets it.
+CKovListField* listOf(uint32_t id, std::vector<uint32_t> values) {
+  auto* list = new CKovListField(id, static_cast<uint32_t>(values.size()), 0, nullptr);
+  for (uint32_t v : values) list->AddEntryToList(entryOf({new CKovNumField(v, id + 1, 8)}));
+  list->SetImageSize(8 * static_cast<uint32_t>(values.size()));
+  return list;
 }
 
 TEST(PkPatchMap, FloatingFieldBehindLaterWrittenListChangesOnlyItsInstanceChecksum) {
@@ -285,17 +251,17 @@ TEST(PkPatchMap, FloatingFieldBehindLaterWrittenListChangesOnlyItsInstanceChecks
   // behind it, placed before the list in the order of writing, so it must wait.
   LayoutBuilder b;
   CKovBlkLayout* m = b.Block(1, "M", 0x0031, 0, 1, 0, 4);
-  m->AddField(40, 0, listLayout(40, m, true, 0), 1);
+  m->AddField(40, 0, listLayout(40, m), 1);
   LayoutBuilder::Num(m, 50, 40, 0, 0, 8, 0, false, 0);
   auto* waiting = new CKovPkEntry(2);
   waiting->AddPkField(50, new CKovPkField(new CKovNumField(0x77, 50, 8)), 0);
-  waiting->AddPkField(40, new CKovPkField(new SplitListStandIn(40, {1, 2, 3}, 0, 0)), 1);
+  waiting->AddPkField(40, new CKovPkField(listOf(40, {1, 2, 3})), 1);
   PackData data;
   // Instances 1 and 3 have no list value: their field 50 would wait for ever, so they hold a
   // list of no entries, written first.
   auto emptyList = [] {
     auto* e = new CKovPkEntry(2);
-    e->AddPkField(40, new CKovPkField(new SplitListStandIn(40, {}, 0, 0)), 0);
+    e->AddPkField(40, new CKovPkField(listOf(40, {})), 0);
     e->AddPkField(50, new CKovPkField(new CKovNumField(0x66, 50, 8)), 1);
     return e;
   };
@@ -317,15 +283,15 @@ TEST(PkPatchMap, PatchForUnpackedBlockIsReportedAndOthersStillPatched) {
   CKovBlkLayout* x = b.Block(1, "X", 0x0021, 1, 0, 0, 2);
   LayoutBuilder::Num(x, 5, 0, 0, 7, 16, 0);
   CKovBlkLayout* y = b.Block(2, "Y", 0x0022, 1, 0, 0, 3);
-  y->AddField(30, 0, listLayout(30, y, true, 0), 0);
+  y->AddField(30, 0, listLayout(30, y, 1, 5), 0);
   CKovBlkLayout* absent = b.Block(3, "Absent", 0x0023, 1, 0, 0, 2);
   LayoutBuilder::Num(absent, 6, 0, 0, 7, 16, 0);
   CKovBlkLayout* z = b.Block(4, "Z", 0x0024, 1, 0, 0, 3);
-  z->AddField(31, 0, listLayout(31, z, true, 0), 0);
+  z->AddField(31, 0, listLayout(31, z, 3, 6), 0);
   PackData data;
   data.Add(x, {new CKovPkEntry(1)}, {2});
-  data.Add(y, {entryOf({new SplitListStandIn(30, {0x0A, 0x0B, 0x0C}, 1, 5)})}, {3});
-  data.Add(z, {entryOf({new SplitListStandIn(31, {0x01}, 3, 6)})}, {3});
+  data.Add(y, {entryOf({listOf(30, {0x0A, 0x0B, 0x0C})})}, {3});
+  data.Add(z, {entryOf({listOf(31, {0x01})})}, {3});
   MessageBoxRecorder boxes;
   Bytes image = packImage(b.cp.get(), data);
   EXPECT_EQ(boxes.Texts(), (std::vector<std::string>{
@@ -339,7 +305,7 @@ TEST(PkPatchMap, UndeterminedAddressAndUnpatchableKindAreShownNotThrown) {
   LayoutBuilder b;
   CKovBlkLayout* m = b.Block(1, "M", 0x0031, 1, 0, 0, 4);
   kovRegisterString(50, "Tail");
-  m->AddField(40, 0, listLayout(40, m, true, 0), 0);
+  m->AddField(40, 0, listLayout(40, m), 0);
   LayoutBuilder::Num(m, 50, 40, 0, 0, 8, 0, false, 0);
   PackData data;
   data.Add(m, {entryOf({new CKovNumField(0x77, 50, 8)})}, {4});  // the list never comes
@@ -352,13 +318,13 @@ TEST(PkPatchMap, UndeterminedAddressAndUnpatchableKindAreShownNotThrown) {
 
   LayoutBuilder b2;
   CKovBlkLayout* s = b2.Block(1, "S", 0x0032, 1, 0, 0, 6);
-  s->AddField(40, 0, listLayout(40, s, true, 0), 1);
+  s->AddField(40, 0, listLayout(40, s), 1);
   s->AddField(51, 40, new CKovStrFieldLayout(51, 0, 0, CKovCharFieldLayout::Char8Bit, 2, false, 0,
                                              s->GetDataLayout()),
               0);
   auto* e = new CKovPkEntry(2);
   e->AddPkField(51, new CKovPkField(new CKovStrField("ok", 51, 16)), 0);
-  e->AddPkField(40, new CKovPkField(new SplitListStandIn(40, {9}, 0, 0)), 1);
+  e->AddPkField(40, new CKovPkField(listOf(40, {9})), 1);
   PackData strData;
   strData.Add(s, {e}, {6});
   boxes.Clear();
@@ -373,11 +339,11 @@ TEST(PkPatchMap, PatchForMissingInstanceThrows) {
   CKovBlkLayout* x = b.Block(1, "X", 0x0021, 1, 0, 0, 2);
   LayoutBuilder::Num(x, 5, 0, 0, 7, 16, 0);
   CKovBlkLayout* y = b.Block(2, "Y", 0x0022, 0, 1, 0, 1);
-  y->AddField(30, 0, listLayout(30, y, true, 0), 0);
-  // The stand-in always aims at instance 1; an X without instances has none.
+  y->AddField(30, 0, listLayout(30, y, 1, 5), 0);
+  // The list aims its quantity at instance 1 of X; an X without instances has none.
   PackData noX;
   noX.Add(x, {}, {});
-  noX.Add(y, {entryOf({new SplitListStandIn(30, {1}, 1, 5)})}, {1});
+  noX.Add(y, {entryOf({listOf(30, {1})})}, {1});
   CKovImage image(64);
   CKovPk pk(&noX.map, 0);
   uint32_t used = 0;

@@ -6,6 +6,7 @@
 #include "kov/fields/namefield.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
+#include "kov/fields/unionfield.h"
 #include "kov/layout/blklayout.h"
 #include "kov/layout/charfieldlayout.h"
 #include "kov/layout/datalayout.h"
@@ -80,7 +81,16 @@ void CKovUpEntry::AddUpField(uint32_t fieldID, CKovUpField* field) {
 
 const CKovUpField* CKovUpEntry::GetUpField(uint32_t fieldID) const {
   CKovUpField* field = nullptr;
-  return upFields.Lookup(fieldID, field) ? field : nullptr;
+  if (upFields.Lookup(fieldID, field) && field != nullptr) return field;
+  // A union is transparent: its option's fields answer for the entry that holds it.
+  for (const auto& kv : upFields) {
+    const CKovField* value = kv.second != nullptr ? kv.second->GetData() : nullptr;
+    if (value == nullptr || !value->IsUnion()) continue;
+    const CKovUpEntry* inner = static_cast<const CKovUnionField*>(value)->GetUpEntry();
+    if (inner == nullptr) continue;
+    if (const CKovUpField* hit = inner->GetUpField(fieldID)) return hit;
+  }
+  return nullptr;
 }
 
 CKovField* CKovUpEntry::UnpackPrimitiveField(const CKovUp* up, const CKovBlkLayout* blkLayout,

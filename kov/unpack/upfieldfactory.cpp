@@ -1,9 +1,11 @@
 #include "kov/unpack/upfieldfactory.h"
 
 #include "kov/fields/charfield.h"
+#include "kov/fields/listfield.h"
 #include "kov/fields/namefield.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
+#include "kov/fields/unionfield.h"
 #include "kov/layout/blklayout.h"
 #include "kov/layout/charfieldlayout.h"
 #include "kov/layout/listfieldlayout.h"
@@ -11,8 +13,6 @@
 #include "kov/layout/numfieldlayout.h"
 #include "kov/layout/strfieldlayout.h"
 #include "kov/layout/unionfieldlayout.h"
-#include "kov/platform/format.h"
-#include "kov/platform/mevgenexception.h"
 
 CKovField* kovUnpackPrimitiveField(const CKovUp* up, uint16_t blkID, uint32_t startByte,
                                    uint8_t startMsb, const CKovFieldLayout* fieldLayout,
@@ -38,18 +38,19 @@ CKovField* kovUnpackPrimitiveField(const CKovUp* up, uint16_t blkID, uint32_t st
   return nullptr;
 }
 
-CKovField* kovUnpackComplexField(const CKovUp*, const CKovBlkLayout* blkLayout, uint32_t,
-                                 uint8_t, CKovUpPatchMap*, const CKovFieldLayout* fieldLayout,
-                                 uint32_t, KovFieldsMap&, UpStatus& status, uint32_t fieldID,
-                                 uint16_t) {
+CKovField* kovUnpackComplexField(const CKovUp* up, const CKovBlkLayout* blkLayout,
+                                 uint32_t startByte, uint8_t startMsb, CKovUpPatchMap* patchMap,
+                                 const CKovFieldLayout* fieldLayout, uint32_t lastBit,
+                                 KovFieldsMap& fieldsMap, UpStatus& status, uint32_t fieldID,
+                                 uint16_t instance) {
   status = UpDone;
-  if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovUnionFieldLayout)) ||
-      fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovListFieldLayout))) {
-    throw new CMevGenException(
-        kovFormat("Field %u in block %s is a list or union, which this library does not unpack "
-                  "yet.",
-                  fieldID, blkLayout->GetBlkName().c_str()),
-        0);
+  if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovUnionFieldLayout))) {
+    return new CKovUnionField(up, blkLayout, startByte, startMsb, patchMap, fieldLayout, lastBit,
+                              fieldsMap, status, fieldID, instance);
+  }
+  if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovListFieldLayout))) {
+    return new CKovListField(up, blkLayout, startByte, startMsb, patchMap, fieldLayout, lastBit,
+                             fieldsMap, status, fieldID, instance);
   }
   return nullptr;
 }

@@ -21,8 +21,7 @@ CKovField* kovUnpackPrimitiveField(const CKovUp* up, uint16_t blkID, uint32_t st
                                    uint32_t fieldID, UpStatus& status);
 
 // A union or list read from the entry, with its status; null with UpDone for a layout of no
-// complex kind. Throws for lists and unions, which this build does not unpack:
-// "Field %u in block %s is a list or union, which this library does not unpack yet."
+// complex kind.
 CKovField* kovUnpackComplexField(const CKovUp* up, const CKovBlkLayout* blkLayout,
                                  uint32_t startByte, uint8_t startMsb, CKovUpPatchMap* patchMap,
                                  const CKovFieldLayout* fieldLayout, uint32_t lastBit,
