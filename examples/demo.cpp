@@ -70,13 +70,36 @@ int fieldDemo() {
   return status == UpDone ? 0 : 1;
 }
 
-// The value of a field as a person reads it.
+std::string entryText(const CKovUpEntry* entry);
+
+// The value of a field as a person reads it; lists and unions with their entries.
 std::string valueText(const CKovField* f) {
-  if (f->IsNumber()) return kovFormat("0x%X", static_cast<const CKovNumField*>(f)->GetValue());
+  if (f->IsNumber()) return kovFormat("%u", static_cast<const CKovNumField*>(f)->GetValue());
   if (f->IsChar()) return kovFormat("'%c'", static_cast<const CKovCharField*>(f)->GetValue());
   if (f->IsKovName()) return kovFormat("KOV 0x%08X", static_cast<const CKovNameField*>(f)->GetValue());
   if (f->IsString()) return "\"" + static_cast<const CKovStrField*>(f)->GetValue() + "\"";
-  return "(complex)";
+  if (f->IsUnion()) {
+    auto* u = static_cast<const CKovUnionField*>(f);
+    return kovFormat("option %u ", u->GetLayoutID()) + entryText(u->GetUpEntry());
+  }
+  std::string text = "[";
+  for (const CKovUpEntry* entry : *static_cast<const CKovListField*>(f)->GetUpEntryList()) {
+    text += (text.size() > 1 ? ", " : "") + entryText(entry);
+  }
+  return text + "]";
+}
+
+// The fields of an entry in the order of its layout.
+std::string entryText(const CKovUpEntry* entry) {
+  if (entry == nullptr) return "{}";
+  std::string text = "{";
+  for (uint32_t id : entry->GetDataLayout()->GetOrderedFieldIDsList()) {
+    CKovUpField* const* field = entry->GetUpFieldMap().PLookup(id);
+    if (field == nullptr) continue;
+    text += (text.size() > 1 ? ", " : "") + (*field)->GetData()->GetFieldName() + " = " +
+            valueText((*field)->GetData());
+  }
+  return text + "}";
 }
 
 int unpackDemo(const CKovCpLayout* layout, const std::vector<uint8_t>& image,
@@ -89,15 +112,8 @@ int unpackDemo(const CKovCpLayout* layout, const std::vector<uint8_t>& image,
       const CKovUpStdBlk* read = up.GetUnpackedBlk(blk->GetBlkID());
       if (read == nullptr) continue;
       for (int instance = 1; instance <= read->GetBlkInstanceQty(); ++instance) {
-        std::printf("%s [%d]:", blk->GetBlkName().c_str(), instance);
-        const CKovUpEntry* entry = read->GetUpEntry(instance);
-        for (uint32_t id : blk->GetDataLayout()->GetOrderedFieldIDsList()) {
-          const CKovUpField* field = entry != nullptr ? entry->GetUpField(id) : nullptr;
-          if (field == nullptr) continue;
-          std::printf("  %s = %s", field->GetData()->GetFieldName().c_str(),
-                      valueText(field->GetData()).c_str());
-        }
-        std::printf("\n");
+        std::printf("%s [%d]: %s\n", blk->GetBlkName().c_str(), instance,
+                    entryText(read->GetUpEntry(instance)).c_str());
       }
     }
   }

@@ -1,6 +1,9 @@
 #include "examples/sample.h"
 
+#include <array>
+#include <list>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -14,7 +17,41 @@ enum : uint32_t {
   kChannelPower = 2002,
   kZoneRef = 2003,
   kZoneName = 3001,
+  kChannelQty = 4001,
+  kChannelList = 4002,
+  kChannelKind = 4003,
+  kChannelBody = 4004,
+  kAnalogStep = 4005,
+  kAnalogPower = 4006,
+  kColorCode = 4007,
+  kTimeSlot = 4008,
+  kTalkgroup = 4009,
 };
+
+// The kinds of channel, which are also the ids of the union's options.
+enum : uint32_t { kAnalog = 1, kDigital = 2 };
+
+// The union of a channel entry takes the option its kind names.
+uint32_t selectChannelKind(const CKovUp*, uint32_t, uint16_t, const CKovBlkLayout*,
+                           const std::list<const KovDiscrInfo*>& discrs) {
+  if (discrs.empty() || !discrs.front()->discrField->IsNumber()) return kAnalog;
+  return static_cast<const CKovNumField*>(discrs.front()->discrField)->GetValue();
+}
+
+// A data layout of fixed numbers (id, byte offset, MSB, bits), inside the complex field ownerID.
+CKovDataLayout* numberLayout(uint32_t ownerID, LayoutType type,
+                             std::vector<std::array<uint32_t, 4>> fields) {
+  auto* dl = new CKovDataLayout(type, 0, 7, ownerID, false);
+  uint32_t prev = 0;
+  int position = 0;
+  for (const auto& f : fields) {
+    dl->AddField(f[0], prev,
+                 new CKovNumFieldLayout(f[0], f[1], f[3], static_cast<uint8_t>(f[2]), true, 0, dl),
+                 position++);
+    prev = f[0];
+  }
+  return dl;
+}
 
 CKovBlkLayout* addBlock(CKovCpLayout* cp, uint16_t blkID, const char* name, uint16_t type,
                         uint16_t id, int multi, int pad, uint16_t maxSize) {
@@ -58,6 +95,15 @@ std::unique_ptr<CKovCpLayout> kovSampleLayout() {
   kovRegisterString(kChannelPower, "Channel power");
   kovRegisterString(kZoneRef, "Zone");
   kovRegisterString(kZoneName, "Zone name");
+  kovRegisterString(kChannelQty, "Channel count");
+  kovRegisterString(kChannelList, "Channel list");
+  kovRegisterString(kChannelKind, "Kind");
+  kovRegisterString(kChannelBody, "Channel");
+  kovRegisterString(kAnalogStep, "Step");
+  kovRegisterString(kAnalogPower, "Power");
+  kovRegisterString(kColorCode, "Color code");
+  kovRegisterString(kTimeSlot, "Time slot");
+  kovRegisterString(kTalkgroup, "Talkgroup");
 
   auto cp = std::make_unique<CKovCpLayout>(1, 1, 4096, 0);
   cp->AddPartition(1, ReadWrite);
@@ -78,6 +124,40 @@ std::unique_ptr<CKovCpLayout> kovSampleLayout() {
 
   CKovBlkLayout* zone = addBlock(cp.get(), kSampleZoneBlkID, "Zone", 0x0013, 0, 0, 1, 8);
   addStr(zone, kZoneName, 0, 0, CKovCharFieldLayout::Char8Bit, 4, 0);
+
+  // Channels: the count at byte 0, then up to 16 entries of 6 bytes: the kind at byte 0 and a
+  // 40-bit union at byte 1.
+  CKovBlkLayout* channels =
+      addBlock(cp.get(), kSampleChannelsBlkID, "Channels", 0x0014, 1, 0, 0, 1 + 16 * 6);
+  addNum(channels, kChannelQty, 0, 0, 7, 8, 0);
+  auto* led = numberLayout(kChannelList, ListEntryLayout, {{{kChannelKind, 0, 7, 8}}});
+  KovUnionAttribStruct body;
+  body.unionFormat = UnionFixedPadded;
+  body.lengthInBits = 40;
+  body.upLayoutSelectionFunc = selectChannelKind;
+  body.discrIDArr = {kChannelKind};
+  kovValidateUnionParms(kChannelBody, body, kSampleChannelsBlkID);
+  auto* bodyLayout =
+      new CKovUnionFieldLayout(kChannelBody, 1, 7, body, true, 0, led, kSampleChannelsBlkID);
+  bodyLayout->AddToUnionMap(
+      kAnalog, new CKovUnionLayoutOpt(numberLayout(kChannelBody, static_cast<LayoutType>(3),
+                                                   {{{kAnalogStep, 0, 7, 16},
+                                                     {kAnalogPower, 2, 7, 5}}}),
+                                      0, 0, kAnalog, 40, 0));
+  bodyLayout->AddToUnionMap(
+      kDigital, new CKovUnionLayoutOpt(numberLayout(kChannelBody, static_cast<LayoutType>(3),
+                                                    {{{kColorCode, 0, 7, 4},
+                                                      {kTimeSlot, 0, 3, 1},
+                                                      {kTalkgroup, 1, 7, 24}}}),
+                                       0, 0, kDigital, 40, 0));
+  led->AddField(kChannelBody, kChannelKind, bodyLayout, 1);
+  KovListAttribStruct list(kChannelQty, VarSzContigLeq, 16, 0, 48, 0, nullptr);
+  bool verify = false;
+  kovValidateSglListParms(kChannelList, list, kSampleChannelsBlkID, verify);
+  channels->AddField(kChannelList, kChannelQty,
+                     new CKovListFieldLayout(kChannelList, 1, 7, list, true, 0,
+                                             channels->GetDataLayout(), led),
+                     1);
   return cp;
 }
 
@@ -114,5 +194,34 @@ KovSamplePackData kovSamplePackData(const CKovCpLayout* layout) {
   put(z, new CKovStrField("City", kZoneName, 32), 0);
   zone->AddTail(z);
   addPkBlk(kSampleZoneBlkID, zone, {8});
+
+  struct Channel {
+    uint32_t kind, a, b, c;
+  } const kChannels[] = {
+      {kAnalog, 125, 20, 0}, {kDigital, 7, 1, 91}, {kDigital, 1, 0, 3100}, {kAnalog, 625, 31, 0}};
+  auto* list = new CKovListField(kChannelList, 4, 16, nullptr);
+  for (const Channel& ch : kChannels) {
+    CKovPkEntry* option = entry(3);
+    if (ch.kind == kAnalog) {
+      put(option, new CKovNumField(ch.a, kAnalogStep, 16), 0);
+      put(option, new CKovNumField(ch.b, kAnalogPower, 5), 1);
+    } else {
+      put(option, new CKovNumField(ch.a, kColorCode, 4), 0);
+      put(option, new CKovNumField(ch.b, kTimeSlot, 1), 1);
+      put(option, new CKovNumField(ch.c, kTalkgroup, 24), 2);
+    }
+    auto* body = new CKovUnionField(kChannelBody, ch.kind, option);
+    body->SetImageSize(40);
+    CKovPkEntry* led = entry(2);
+    put(led, new CKovNumField(ch.kind, kChannelKind, 8), 0);
+    put(led, body, 1);
+    list->AddEntryToList(led);
+  }
+  list->SetImageSize(4 * 48);
+  auto* channelsList = new CKovPkEntryList();
+  CKovPkEntry* c = entry(2);
+  put(c, list, 1);
+  channelsList->AddTail(c);
+  addPkBlk(kSampleChannelsBlkID, channelsList, {1 + 4 * 6});
   return data;
 }

@@ -3,7 +3,10 @@
 // Partition 1 holds "Settings" (single instance: a 12-bit power level, a 3-bit mode floating
 // behind it, a 6-digit radio id as Char4Bit string, an 8-character alias), "Channel" (multi-
 // instance: a 16-bit frequency step, a 5-bit power, a name field that refers to the zone) and
-// "Zone" (single instance, padded to 8 bytes: a 4-character zone name).
+// "Zone" (single instance, padded to 8 bytes: a 4-character zone name) and "Channels" (a quantity
+// field and a list of channel entries behind it; each entry has a kind, which selects one of two
+// kinds of channel in a union: analog, with a frequency step and a power level, or digital, with
+// a color code, a time slot and a talkgroup).
 #ifndef KOV_EXAMPLES_SAMPLE_H
 #define KOV_EXAMPLES_SAMPLE_H
 
@@ -16,6 +19,7 @@
 constexpr uint16_t kSampleSettingsBlkID = 1;
 constexpr uint16_t kSampleChannelBlkID = 2;
 constexpr uint16_t kSampleZoneBlkID = 3;
+constexpr uint16_t kSampleChannelsBlkID = 4;
 
 std::unique_ptr<CKovCpLayout> kovSampleLayout();
 

@@ -1,6 +1,8 @@
+#include "examples/sample.h"
 #include "kov/kovtest.h"
 #include "kov/layout/charfieldlayout.h"
 #include "kov/layout/namefieldlayout.h"
+#include "kov/platform/strresource.h"
 
 namespace {
 
@@ -39,6 +41,18 @@ TEST(RoundTrip, StringsNamesAndCharactersReadBackAsPacked) {
   }
   data.Add(blk, entries, {12, 12, 12});
   ExpectUnpacksToPackedValues(b.cp.get(), data, packImage(b.cp.get(), data));
+}
+
+TEST(RoundTrip, SampleCodeplugReadsBackAsPacked) {
+  std::unique_ptr<CKovCpLayout> layout = kovSampleLayout();
+  KovSamplePackData sample = kovSamplePackData(layout.get());
+  PackData data;
+  for (auto& blk : sample.blocks) {
+    data.map.SetAt(blk->GetBlkID(), blk.get());
+    data.blocks.push_back(std::move(blk));
+  }
+  ExpectUnpacksToPackedValues(layout.get(), data, packImage(layout.get(), data, 0, 4096));
+  kovClearRegisteredStrings();
 }
 
 }  // namespace
