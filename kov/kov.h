@@ -49,6 +49,7 @@
 #include "kov/report/xmldata.h"
 #include "kov/unpack/up.h"
 #include "kov/unpack/upblkinstance.h"
+#include "kov/unpack/updistklsblkinst.h"
 #include "kov/unpack/upentry.h"
 #include "kov/unpack/upentrylist.h"
 #include "kov/unpack/upfield.h"

@@ -8,7 +8,9 @@
 #include "kov/platform/format.h"
 #include "kov/platform/mevgenexception.h"
 #include "kov/report/xmldata.h"
+#include "kov/layout/klsblklayout.h"
 #include "kov/unpack/upblkinstance.h"
+#include "kov/unpack/updistklsblkinst.h"
 #include "kov/unpack/uppatchmap.h"
 
 namespace {
@@ -166,10 +168,34 @@ void CKovUp::AddUpBlkInstToInstanceArr(uint16_t blkID, uint16_t instance,
   }
 }
 
-int CKovUp::UnpackDistributedKLSBlk(uint16_t blkID, const CKovMap<uint32_t, uint16_t>&) {
-  throwUp(kovFormat("Block %s is a distributed KOV List Structure, which this library does not "
-                    "unpack yet.",
-                    cpLayout->GetBlkName(blkID).c_str()));
+int CKovUp::UnpackDistributedKLSBlk(uint16_t blkID,
+                                    const CKovMap<uint32_t, uint16_t>& kovNameToInstNum) {
+  const CKovBlkLayout* blkLayout = cpLayout->GetBlkLayout(blkID);
+  uint16_t hdrID =
+      static_cast<uint16_t>(static_cast<const CKovKLSBlkLayout*>(blkLayout)->GetHdrBlkID());
+  KovUpBlkInstArr* headers = nullptr;
+  if (!upBlksList.Lookup(hdrID, headers) || headers == nullptr) {
+    throwUp(kovFormat("Attempting to unpack Distributed KLS block %s\nbut no corresponding header "
+                      "block found in image.",
+                      blkLayout->GetBlkName().c_str()));
+  }
+  std::vector<uint32_t>* addresses = nullptr;
+  blockAddrMap.Lookup(blkID, addresses);
+  auto instances = std::make_unique<KovUpBlkInstArr>(headers->size(), nullptr);
+  try {
+    for (size_t n = 1; n < headers->size(); ++n) {
+      CKovUpBlkInstance* header = (*headers)[n];
+      if (header == nullptr) continue;
+      (*instances)[n] = new CKovUpDistKLSBlkInst(this, patchMap, blkLayout,
+                                                 header->GetUpFieldMap(), addresses, blkID,
+                                                 static_cast<uint16_t>(n), kovNameToInstNum);
+    }
+  } catch (...) {
+    for (CKovUpBlkInstance* made : *instances) delete made;
+    throw;
+  }
+  upBlksList.SetAt(blkID, instances.release());
+  return 1;
 }
 
 int CKovUp::CreateUpBlks() {

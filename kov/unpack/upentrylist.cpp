@@ -12,3 +12,9 @@ void CKovUpEntryList::AddTail(CKovUpEntry* entry) {
     throw;
   }
 }
+
+void CKovUpEntryList::MoveAllTo(CKovUpEntryList* target) {
+  target->entries.reserve(target->entries.size() + entries.size());
+  target->entries.insert(target->entries.end(), entries.begin(), entries.end());
+  entries.clear();
+}

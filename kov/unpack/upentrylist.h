@@ -22,6 +22,9 @@ class CKovUpEntryList {
   const CKovUpEntry* GetAt(int index) const {
     return index >= 0 && static_cast<size_t>(index) < entries.size() ? entries[index] : nullptr;
   }
+  // Appends every entry of this list to target, in order, and leaves this list empty.
+  void MoveAllTo(CKovUpEntryList* target);
+
   std::vector<CKovUpEntry*>::const_iterator begin() const { return entries.begin(); }
   std::vector<CKovUpEntry*>::const_iterator end() const { return entries.end(); }
 

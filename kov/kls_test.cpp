@@ -1,0 +1,349 @@
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kov/fields/listfield.h"
+#include "kov/fields/unionfield.h"
+#include "kov/kovtest.h"
+#include "kov/layout/klsblklayout.h"
+#include "kov/layout/listfieldlayout.h"
+#include "kov/layout/unionfieldlayout.h"
+#include "kov/layout/unionlayoutopt.h"
+#include "kov/unpack/updistklsblkinst.h"
+#include "kov/unpack/upentrylist.h"
+#include "kov/unpack/upstdblk.h"
+
+namespace {
+
+constexpr uint32_t kCfgLeq = CKovKLSBlkLayout::m_leqFldID;
+
+// A list layout of VarSzCfgLeq format at byte 'at' of blk's data, entries of one number.
+CKovListFieldLayout* cfgList(CKovBlkLayout* blk, uint32_t id, uint32_t at, uint32_t maxQty,
+                             uint32_t entryBits, CKovDataLayout* parent = nullptr) {
+  auto* entry = new CKovDataLayout(ListEntryLayout, 0, 7, id, false);
+  entry->AddField(id + 1, 0, new CKovNumFieldLayout(id + 1, 0, entryBits, 7, true, 0, entry), 0);
+  KovListAttribStruct attribs(kCfgLeq, VarSzCfgLeq, maxQty, 0, entryBits, 0, nullptr);
+  if (parent == nullptr) parent = blk->GetDataLayout();
+  auto* list = new CKovListFieldLayout(id, at, 7, attribs, true, 0, parent, entry);
+  parent->AddField(id, parent->GetIDOfLastFieldInLayout(), list,
+                   static_cast<int>(parent->GetOrderedFieldIDsList().size()));
+  return list;
+}
+
+CKovListField* listValue(uint32_t id, uint16_t maxLeq, std::vector<uint32_t> values,
+                         uint32_t bits) {
+  auto* list = new CKovListField(id, static_cast<uint32_t>(values.size()), maxLeq, nullptr);
+  for (uint32_t v : values) list->AddEntryToList(entryOf({new CKovNumField(v, id + 1, bits)}));
+  list->SetImageSize(static_cast<uint32_t>(values.size()) * bits);
+  return list;
+}
+
+// An entry holding one list, in the slot past the configuration fields.
+CKovPkEntry* listEntry(CKovField* list) {
+  auto* e = new CKovPkEntry(1);
+  e->AddPkField(list->GetFieldID(), new CKovPkField(list), 0);
+  return e;
+}
+
+// Blocks A to E of the image-format example: C a KLS block, D the header of the distributed
+// KLS block E (max LLEQ 2).
+struct FormatExample {
+  explicit FormatExample(bool giveHeaderData = true, uint16_t maxLLEQ = 2) {
+    CKovCpLayout* cp = ab.b.cp.get();
+    auto* c = new CKovKLSBlkLayout(3, KovBlkLayoutAttrib(0x0013, 0, 0, 0), "C",
+                                   new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
+                                   4, 0, 0, 0, nullptr);
+    cfgList(c, 30, 8, 4, 16);
+    hdr = new CKovBlkLayout(4, KovBlkLayoutAttrib(0x0015, 0, 0, 0), "D", 0,
+                            new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0, 1);
+    hdr->SetDistKLSBlkID(5);
+    dist = new CKovKLSBlkLayout(5, KovBlkLayoutAttrib(0x0014, 0, 0, 0), "E",
+                                new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10,
+                                1, maxLLEQ, 4, nullptr);
+    cfgList(dist, 50, 6, 5, 8);
+    for (CKovBlkLayout* blk : {static_cast<CKovBlkLayout*>(c), hdr,
+                               static_cast<CKovBlkLayout*>(dist)}) {
+      blk->SetPartitionNum(1);
+      cp->HasUniqueKovName(blk);
+      cp->AddBlkLayout(blk);
+    }
+    ab.data.Add(c, {listEntry(listValue(30, 4, {0x0101, 0x0202}, 16))}, {12});
+    if (giveHeaderData) ab.data.Add(hdr, {new CKovPkEntry(0)}, {12});
+  }
+  void Lists(std::vector<std::vector<uint32_t>> lists) {
+    std::vector<CKovPkEntry*> entries;
+    for (auto& values : lists) entries.push_back(listEntry(listValue(50, 5, values, 8)));
+    ab.data.Add(dist, entries, std::vector<uint16_t>(lists.size(), 0));
+  }
+  const CKovCpLayout* Layout() const { return ab.b.cp.get(); }
+
+  BlocksAB ab;
+  CKovBlkLayout* hdr;
+  CKovKLSBlkLayout* dist;
+};
+
+// The 105 bytes of the image-format example.
+const Bytes kFormatExample = {
+    0x00, 0x11, 0x00, 0x02, 0x00, 0x06, 0xAB, 0xCA, 0x48, 0x69, 0x6C, 0xB5, 0x00, 0x12, 0x00, 0x00,
+    0x00, 0x05, 0x12, 0x34, 0x00, 0xE4, 0x52, 0x00, 0x12, 0x00, 0x01, 0x00, 0x05, 0x56, 0x78, 0x00,
+    0x6D, 0x9E, 0x00, 0x13, 0x00, 0x00, 0x00, 0x0E, 0x00, 0x00, 0x00, 0x02, 0x00, 0x04, 0x00, 0x02,
+    0x01, 0x01, 0x02, 0x02, 0x44, 0x86, 0x00, 0x15, 0x00, 0x00, 0x00, 0x0E, 0x00, 0x01, 0x00, 0x01,
+    0x00, 0x05, 0x00, 0x02, 0x00, 0x14, 0x00, 0x00, 0x91, 0xED, 0x00, 0x14, 0x00, 0x00, 0x00, 0x0A,
+    0x00, 0x14, 0x00, 0x01, 0x00, 0x02, 0xA1, 0xA2, 0x89, 0x6B, 0x00, 0x14, 0x00, 0x01, 0x00, 0x09,
+    0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0xA3, 0xB6, 0xB8};
+
+// Instance starts of the example: A, B1, B2, C, D, E listlet 0, E listlet 1.
+const size_t kExampleStarts[] = {0x00, 0x0C, 0x17, 0x22, 0x36, 0x4A, 0x5A, 0x69};
+
+Bytes slice(const Bytes& b, size_t from, size_t to) {
+  return Bytes(b.begin() + static_cast<long>(from), b.begin() + static_cast<long>(to));
+}
+
+TEST(KlsPack, FormatExampleByteExactWithOrWithoutHeaderData) {
+  for (bool giveHeader : {true, false}) {
+    SCOPED_TRACE(giveHeader ? "header packed by the application" : "header generated");
+    FormatExample ex(giveHeader);
+    ex.Lists({{0xA1, 0xA2, 0xA3}});
+    EXPECT_EQ(packImage(ex.Layout(), ex.ab.data), kFormatExample);
+  }
+}
+
+TEST(KlsPack, PartitionPrefixesGiveTheSameInstancesTwoBytesOnEach) {
+  Bytes expected;
+  for (size_t i = 0; i + 1 < std::size(kExampleStarts); ++i) {
+    expected.insert(expected.end(), {0x00, 0x01});
+    Bytes inst = slice(kFormatExample, kExampleStarts[i], kExampleStarts[i + 1]);
+    expected.insert(expected.end(), inst.begin(), inst.end());
+  }
+  ASSERT_EQ(expected.size(), 119u);
+  for (bool giveHeader : {true, false}) {
+    SCOPED_TRACE(giveHeader);
+    FormatExample ex(giveHeader);
+    ex.Lists({{0xA1, 0xA2, 0xA3}});
+    EXPECT_EQ(packImage(ex.Layout(), ex.ab.data, 1), expected);
+  }
+}
+
+// The listlets of block E in an image, each as (KOV id, link, LLEQ, entries).
+struct Listlet {
+  uint16_t id;
+  uint32_t link;
+  uint16_t lleq;
+  Bytes entries;
+  bool operator==(const Listlet& o) const {
+    return id == o.id && link == o.link && lleq == o.lleq && entries == o.entries;
+  }
+};
+
+std::vector<Listlet> listletsOf(const Bytes& image, std::vector<uint32_t>* headerLinks) {
+  std::vector<Listlet> found;
+  for (size_t at = 0; at + 6 <= image.size();) {
+    uint16_t type = static_cast<uint16_t>(image[at] << 8 | image[at + 1]);
+    uint16_t id = static_cast<uint16_t>(image[at + 2] << 8 | image[at + 3]);
+    size_t size = static_cast<size_t>(image[at + 4] << 8 | image[at + 5]);
+    const uint8_t* d = &image[at + 6];
+    if (type == 0x0014) {
+      found.push_back({id, uint32_t{d[0]} << 24 | uint32_t{d[1]} << 16 | uint32_t{d[2]} << 8 | d[3],
+                       static_cast<uint16_t>(d[4] << 8 | d[5]), Bytes(d + 6, d + size - 2)});
+    } else if (type == 0x0015) {
+      headerLinks->push_back(uint32_t{d[8]} << 24 | uint32_t{d[9]} << 16 | uint32_t{d[10]} << 8 |
+                             d[11]);
+    }
+    at += 6 + size;
+  }
+  return found;
+}
+
+TEST(KlsPack, ListletsOfTwoInstancesAndFullLastListlets) {
+  struct Case {
+    const char* what;
+    std::vector<std::vector<uint32_t>> lists;
+    std::vector<Listlet> listlets;
+    std::vector<uint32_t> headerLinks;
+  } cases[] = {
+      {"5 and 0 entries",
+       {{1, 2, 3, 4, 5}, {}},
+       {{0, 0x00140001, 2, {1, 2}}, {1, 0x00140002, 2, {3, 4}}, {2, 0, 1, {5}}, {3, 0, 0, {}}},
+       {0x00140000, 0x00140003}},
+      {"Q = M", {{7, 8}}, {{0, 0, 2, {7, 8}}}, {0x00140000}},
+      {"Q = 2M", {{7, 8, 9, 10}}, {{0, 0x00140001, 2, {7, 8}}, {1, 0, 2, {9, 10}}}, {0x00140000}},
+  };
+  for (const Case& c : cases) {
+    for (bool giveHeader : {true, false}) {
+      SCOPED_TRACE(std::string(c.what) + (giveHeader ? ", header given" : ", header generated"));
+      FormatExample ex(false);
+      if (giveHeader) {
+        std::vector<CKovPkEntry*> headers;
+        for (size_t i = 0; i < c.lists.size(); ++i) headers.push_back(new CKovPkEntry(0));
+        ex.ab.data.Add(ex.hdr, headers, std::vector<uint16_t>(c.lists.size(), 12));
+      }
+      ex.Lists(c.lists);
+      Bytes image = packImage(ex.Layout(), ex.ab.data);
+      std::vector<uint32_t> links;
+      EXPECT_EQ(listletsOf(image, &links), c.listlets);
+      EXPECT_EQ(links, c.headerLinks);
+      ExpectUnpacksToPackedValues(ex.Layout(), ex.ab.data, image);
+    }
+  }
+}
+
+TEST(KlsPack, HeaderDataWithOtherInstanceCountIsRefused) {
+  // D comes first in the layout: one header instance packs, then E with two lists refuses.
+  FormatExample ex(false);
+  ex.ab.data.Add(ex.hdr, {new CKovPkEntry(0)}, {12});
+  ex.Lists({{1, 2}, {3}});
+  EXPECT_KOV_THROW(packImage(ex.Layout(), ex.ab.data),
+                   "Header block D does not have the same number of\nblock instances as does "
+                   "Distributed KOV List Structure E.");
+}
+
+TEST(KlsUnpack, FormatExampleJoinsTheListletsOfE) {
+  FormatExample ex;
+  CKovUp up(ex.Layout(), kFormatExample, "");
+  ASSERT_EQ(up.FullUnpack(), 1);
+  const CKovUpStdBlk* e = up.GetUnpackedBlk(5);
+  ASSERT_NE(e, nullptr);
+  ASSERT_EQ(e->GetBlkInstanceQty(), 1);
+  const CKovUpEntry* entry = e->GetUpEntry(1);
+  EXPECT_EQ(kovTestValueText(entry->GetUpField(kCfgLeq)->GetData()), "number 0x3");
+  EXPECT_EQ(kovTestValueText(entry->GetUpField(CKovKLSBlkLayout::m_linkFldID)->GetData()),
+            "name 0x00000000");
+  auto* list = static_cast<const CKovListField*>(entry->GetUpField(50)->GetData());
+  ASSERT_EQ(list->GetUpEntryList()->GetCount(), 3);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(kovTestValueText(list->GetUpEntryList()->GetAt(i)->GetUpField(51)->GetData()),
+              kovTestValueText(std::make_unique<CKovNumField>(0xA1 + i, 51, 8).get()));
+  }
+  EXPECT_EQ(**up.GetBlockAddrMap().PLookup(5), (std::vector<uint32_t>{0, 0x4A, 0x5A}));
+  EXPECT_TRUE((*up.GetUpBlksList().PLookup(5))->at(1)->IsKindOf(
+      KOV_RUNTIME_CLASS(CKovUpDistKLSBlkInst)));
+  // C's list takes its quantity and entry size from its configuration area.
+  auto* c = static_cast<const CKovListField*>(up.GetUnpackedBlk(3)->GetUpEntry(1)->GetUpField(30)->GetData());
+  EXPECT_EQ(c->GetListEntryQty(), 2u);
+  EXPECT_EQ(c->GetImageSize(), 32u);
+}
+
+TEST(KlsUnpack, ListletsInReverseOrderReadBackInChainOrder) {
+  FormatExample ex;
+  Bytes image = slice(kFormatExample, 0, 0x4A);
+  Bytes second = slice(kFormatExample, 0x5A, 0x69);
+  Bytes first = slice(kFormatExample, 0x4A, 0x5A);
+  image.insert(image.end(), second.begin(), second.end());
+  image.insert(image.end(), first.begin(), first.end());
+  ex.Lists({{0xA1, 0xA2, 0xA3}});
+  ExpectUnpacksToPackedValues(ex.Layout(), ex.ab.data, image);
+}
+
+// A listlet of block E: KOV id, link, LLEQ and entries, with its checksum.
+Bytes listlet(uint16_t id, uint32_t link, Bytes entries) {
+  Bytes data = {static_cast<uint8_t>(link >> 24), static_cast<uint8_t>(link >> 16),
+                static_cast<uint8_t>(link >> 8),  static_cast<uint8_t>(link),
+                0x00,                             static_cast<uint8_t>(entries.size())};
+  data.insert(data.end(), entries.begin(), entries.end());
+  return blockInstance(0x0014, id, data);
+}
+
+Bytes withHeaderLink(uint32_t link) {
+  return blockInstance(0x0015, 0,
+                       {0x00, 0x01, 0x00, 0x01, 0x00, 0x05, 0x00, 0x02,
+                        static_cast<uint8_t>(link >> 24), static_cast<uint8_t>(link >> 16),
+                        static_cast<uint8_t>(link >> 8), static_cast<uint8_t>(link)});
+}
+
+TEST(KlsUnpack, RefusesDamagedChainsWithoutHangingOrLeaking) {
+  FormatExample ex;
+  // A second distributed block F (0x0016) with its own header G (0x0017), to link into.
+  auto* g = new CKovBlkLayout(6, KovBlkLayoutAttrib(0x0017, 0, 0, 0), "G", 0,
+                              new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0, 1);
+  g->SetDistKLSBlkID(7);
+  auto* f = new CKovKLSBlkLayout(7, KovBlkLayoutAttrib(0x0016, 0, 0, 0), "F",
+                                 new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10,
+                                 1, 2, 6, nullptr);
+  cfgList(f, 60, 6, 5, 8);
+  for (CKovBlkLayout* blk : {g, static_cast<CKovBlkLayout*>(f)}) {
+    blk->SetPartitionNum(1);
+    ex.ab.b.cp->HasUniqueKovName(blk);
+    ex.ab.b.cp->AddBlkLayout(blk);
+  }
+  auto cat = [](std::vector<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& p : parts) all.insert(all.end(), p.begin(), p.end());
+    return all;
+  };
+  Bytes fListlet = blockInstance(0x0016, 0, {0, 0, 0, 0, 0, 1, 0x99});
+  Bytes cut = listlet(1, 0, {0xA3});
+  cut.resize(cut.size() - 3);
+  struct Case {
+    const char* what;
+    Bytes image;
+    const char* text;
+  } cases[] = {
+      {"listlet links to itself",
+       cat({withHeaderLink(0x00140000), listlet(0, 0x00140000, {1})}),
+       "Distributed KLS block E [1]: the chain of listlets returns to listlet 0x00140000."},
+      {"two listlets link to each other",
+       cat({withHeaderLink(0x00140000), listlet(0, 0x00140001, {1}), listlet(1, 0x00140000, {2})}),
+       "Distributed KLS block E [1]: the chain of listlets returns to listlet 0x00140000."},
+      {"link names a listlet of another distributed block",
+       cat({withHeaderLink(0x00140000), listlet(0, 0x00160000, {1}),
+            blockInstance(0x0017, 0, {0, 1, 0, 1, 0, 5, 0, 2, 0, 0x16, 0, 0}), fListlet}),
+       "Unable to determine instance # of Distributed KLS item\nE in the image."},
+      {"header links to no listlet", cat({withHeaderLink(0), listlet(0, 0, {1})}),
+       "Distributed KLS block E [1]: its header links to no listlet."},
+      {"listlet runs past the image",
+       cat({withHeaderLink(0x00140000), listlet(0, 0x00140001, {1, 2}), cut}),
+       "Listlet 0x00140001 of Distributed KLS block E [1] at offset 36 runs past the end of the "
+       "image."},
+      {"no header block", listlet(0, 0, {1}),
+       "Attempting to unpack Distributed KLS block E\nbut no corresponding header block found in "
+       "image."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    CKovUp up(ex.Layout(), c.image, "");
+    EXPECT_KOV_THROW(up.FullUnpack(), c.text);
+    EXPECT_EQ(up.GetImage(), nullptr);
+    EXPECT_TRUE(up.GetUpBlksList().IsEmpty());
+  }
+}
+
+TEST(KlsRoundTrip, ListUnderAUnionComesBackAroundTheJoinedList) {
+  LayoutBuilder b;
+  auto* hdr = new CKovBlkLayout(1, KovBlkLayoutAttrib(0x0031, 0, 1, 0), "H", 0,
+                                new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0,
+                                1);
+  hdr->SetDistKLSBlkID(2);
+  auto* dist = new CKovKLSBlkLayout(2, KovBlkLayoutAttrib(0x0032, 0, 1, 0), "L",
+                                    new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
+                                    40, 1, 3, 1, nullptr);
+  // The union at byte 6 has one option, which holds the list of 16-bit entries.
+  auto* option = new CKovDataLayout(static_cast<LayoutType>(3), 0, 7, 70, false);
+  cfgList(dist, 71, 0, 9, 16, option);
+  KovUnionAttribStruct attribs;
+  attribs.unionFormat = UnionVarSz;
+  attribs.upLayoutSelectionFunc = [](const CKovUp*, uint32_t, uint16_t, const CKovBlkLayout*,
+                                     const std::list<const KovDiscrInfo*>&) -> uint32_t {
+    return 4;
+  };
+  auto* u = new CKovUnionFieldLayout(70, 6, 7, attribs, true, 0, dist->GetDataLayout(), 2);
+  u->AddToUnionMap(4, new CKovUnionLayoutOpt(option, 0, 0, 4, 0, 0));
+  dist->AddField(70, kCfgLeq, u, 2);
+  for (CKovBlkLayout* blk : {hdr, static_cast<CKovBlkLayout*>(dist)}) {
+    blk->SetPartitionNum(1);
+    b.cp->HasUniqueKovName(blk);
+    b.cp->AddBlkLayout(blk);
+  }
+  PackData data;
+  std::vector<CKovPkEntry*> instances;
+  for (std::vector<uint32_t> values : {std::vector<uint32_t>{0x1001, 0x1002, 0x1003, 0x1004},
+                                       std::vector<uint32_t>{0x2001}}) {
+    auto* unionValue = new CKovUnionField(70, 4, listEntry(listValue(71, 9, values, 16)));
+    unionValue->SetImageSize(static_cast<uint32_t>(values.size()) * 16);
+    instances.push_back(listEntry(unionValue));
+  }
+  data.Add(dist, instances, {0, 0});
+  ExpectUnpacksToPackedValues(b.cp.get(), data, packImage(b.cp.get(), data));
+}
+
+}  // namespace
