@@ -139,7 +139,7 @@ int packDemo(const std::string& outDir) {
     image.GetBytes(offset + 4, size, 2);
     uint32_t kovName = kovGetKovName(type, id);
     std::string name = layout->GetBlkName(layout->GetBlkIDFromKovName(kovName));
-    std::printf("0x%04X  %-9s KOV 0x%08X  size %-3u | ", offset, name.c_str(), kovName, size);
+    std::printf("0x%04X  %-14s KOV 0x%08X  size %-3u | ", offset, name.c_str(), kovName, size);
     printHex(image.GetBytesArray() + offset, 6u + size);
     offset += 6u + size;
   }

@@ -26,6 +26,10 @@ enum : uint32_t {
   kColorCode = 4007,
   kTimeSlot = 4008,
   kTalkgroup = 4009,
+  kContactList = 6001,
+  kContactID = 6002,
+  kCallType = 6003,
+  kContactName = 6004,
 };
 
 // The kinds of channel, which are also the ids of the union's options.
@@ -104,6 +108,10 @@ std::unique_ptr<CKovCpLayout> kovSampleLayout() {
   kovRegisterString(kColorCode, "Color code");
   kovRegisterString(kTimeSlot, "Time slot");
   kovRegisterString(kTalkgroup, "Talkgroup");
+  kovRegisterString(kContactList, "Contact list");
+  kovRegisterString(kContactID, "Contact id");
+  kovRegisterString(kCallType, "Call type");
+  kovRegisterString(kContactName, "Name");
 
   auto cp = std::make_unique<CKovCpLayout>(1, 1, 4096, 0);
   cp->AddPartition(1, ReadWrite);
@@ -158,6 +166,38 @@ std::unique_ptr<CKovCpLayout> kovSampleLayout() {
                      new CKovListFieldLayout(kChannelList, 1, 7, list, true, 0,
                                              channels->GetDataLayout(), led),
                      1);
+
+  // Contacts: a distributed list of 10-byte entries, at most 4 a listlet, at byte 6 of each
+  // listlet behind its link and quantity; the header block holds the list's configuration.
+  auto* contactHdr = new CKovBlkLayout(kSampleContactHdrBlkID, KovBlkLayoutAttrib(0x0015, 0, 0, 0),
+                                       "Contact header", 0,
+                                       new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
+                                       0, 1);
+  contactHdr->SetDistKLSBlkID(kSampleContactsBlkID);
+  auto* contacts = new CKovKLSBlkLayout(
+      kSampleContactsBlkID, KovBlkLayoutAttrib(0x0016, 0, 0, 0), "Contacts",
+      new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 4 * 10, 1, 4,
+      kSampleContactHdrBlkID, nullptr);
+  auto* contact = new CKovDataLayout(ListEntryLayout, 0, 7, kContactList, false);
+  contact->AddField(kContactID, 0, new CKovNumFieldLayout(kContactID, 0, 24, 7, true, 0, contact),
+                    0);
+  contact->AddField(kCallType, kContactID,
+                    new CKovNumFieldLayout(kCallType, 3, 8, 7, true, 0, contact), 1);
+  contact->AddField(kContactName, kCallType,
+                    new CKovStrFieldLayout(kContactName, 4, 7, CKovCharFieldLayout::Char8Bit, 6,
+                                           true, 0, contact),
+                    2);
+  KovListAttribStruct contactList(CKovKLSBlkLayout::m_leqFldID, VarSzCfgLeq, 64, 0, 80, 0,
+                                  nullptr);
+  contacts->AddField(kContactList, CKovKLSBlkLayout::m_leqFldID,
+                     new CKovListFieldLayout(kContactList, 6, 7, contactList, true, 0,
+                                             contacts->GetDataLayout(), contact),
+                     2);
+  for (CKovBlkLayout* blk : {contactHdr, static_cast<CKovBlkLayout*>(contacts)}) {
+    blk->SetPartitionNum(1);
+    cp->HasUniqueKovName(blk);
+    cp->AddBlkLayout(blk);
+  }
   return cp;
 }
 
@@ -223,5 +263,22 @@ KovSamplePackData kovSamplePackData(const CKovCpLayout* layout) {
   put(c, list, 1);
   channelsList->AddTail(c);
   addPkBlk(kSampleChannelsBlkID, channelsList, {1 + 4 * 6});
+
+  const char* const kNames[] = {"Base", "Dispatch", "Alpha", "Bravo", "Charlie",
+                                "Delta", "Echo", "Foxtrot", "Yard", "All call"};
+  auto* contactList = new CKovListField(kContactList, 10, 64, nullptr);
+  for (uint32_t i = 0; i < 10; ++i) {
+    CKovPkEntry* c = entry(3);
+    put(c, new CKovNumField(1000 + 7 * i, kContactID, 24), 0);
+    put(c, new CKovNumField(i % 3 == 0 ? 0 : 1, kCallType, 8), 1);
+    std::string name = std::string(kNames[i]).substr(0, 6);
+    put(c, new CKovStrField(name.c_str(), kContactName, 48), 2);
+    contactList->AddEntryToList(c);
+  }
+  auto* contactEntries = new CKovPkEntryList();
+  CKovPkEntry* listHolder = entry(1);
+  put(listHolder, contactList, 0);
+  contactEntries->AddTail(listHolder);
+  addPkBlk(kSampleContactsBlkID, contactEntries, {0});
   return data;
 }
