@@ -15,6 +15,16 @@
 //
 // Failures: CMevGenException, code 0, with the texts given at each operation; a throw leaves the
 // layout as it was. AddPartition and HasUniqueKovName advise through a message box and answer 0.
+//
+// Verification: fields refer to each other across blocks by id (a list to its LEQ field, a union
+// to its discriminants, a distributed KOV List Structure block to its header block), and those
+// references may point forward while the layout is built. DoPostLayoutVerification checks them
+// once the layout is complete: every field the application entered in a block's verification map,
+// blocks and fields taken in map order, then the pairing of distributed KLS blocks with header
+// blocks. The first fault ends the pass, so map order decides which of several is reported.
+// A KOV name field in a verification map is checked too: a referenced block that the layout lacks
+// is shown as a warning in a message box and the pass goes on. Entering the field is the
+// application's request to have it looked at, and a warning costs a layout that is right nothing.
 #ifndef KOV_LAYOUT_CPLAYOUT_H
 #define KOV_LAYOUT_CPLAYOUT_H
 
@@ -27,8 +37,11 @@
 
 class CKovDataLayout;
 class CKovFieldLayout;
+class CKovKLSBlkLayout;
 class CKovListFieldLayout;
+class CKovNameFieldLayout;
 class CKovPartitionLayout;
+class CKovUnionFieldLayout;
 struct KovListAttribStruct;
 
 class CKovCpLayout {
@@ -110,6 +123,13 @@ class CKovCpLayout {
   uint16_t GetBlkIDFromKovName(uint16_t kovType, uint16_t kovID) const;
   uint16_t GetBlkIDFromKovName(uint32_t kovName) const;
 
+  // Checks the cross references of the complete layout; call it once after the last AddBlkLayout
+  // and before the first pack or unpack. Returns when the layout is sound, throws at the first
+  // fault with the text of the step that found it (below, and GetLeqBlkLayout and
+  // GetLeqFieldLayout). Changes nothing and may be repeated. A list of a format that has no LEQ
+  // field to check shows "Invalid list format specified." and the pass goes on.
+  void DoPostLayoutVerification() const;
+
  protected:
   // Deletes every partition (and its blocks) and empties the partition map.
   void Cleanup();
@@ -137,6 +157,67 @@ class CKovCpLayout {
                          const CKovDataLayout* listDataLayout,
                          const CKovFieldLayout* leqFieldLayout, const CKovBlkLayout* blk,
                          const KovListAttribStruct& attrib, bool leqMustShareEntry) const;
+
+  // The steps of DoPostLayoutVerification. blk is the block whose verification map holds the
+  // field; its name or id stands in every text.
+
+  // Each discriminant of unionLayout, in order: a split-within union (one that is not of a split
+  // format) keeps them in blk, a split-across one in other blocks. Throws
+  //   "Union %d in block %d has split-within format\nbut discriminant resides in different
+  //   block." and "Union %d in block %d has split-across format\nbut discriminant resides in same
+  //   block." (field id, block id; one text each), and
+  //   "Union %d in block %d names %d discriminants but %d discriminant blocks." when the arrays
+  //   of a split union differ in length.
+  void VerifyUnionFieldDependencies(uint32_t fieldID, const CKovUnionFieldLayout* unionLayout,
+                                    const CKovBlkLayout* blk) const;
+  // Finds discriminant discrID, of block discrBlkID for a split-across union: in the union's
+  // list entry when it lies in one, else in the block's data layout, complex fields included.
+  // Throws "Union field %d references discriminant in block with ID %d\nbut no layout for that
+  // block exists." (union id, discrBlkID) and "Union field %d in block %d references
+  // discriminant in\ndistributed block %d. 'Split-across' discriminants may\nnot live in
+  // distributed blocks." (union id, block id, discrBlkID).
+  void ValidateDiscrField(uint32_t unionID, uint32_t discrID, uint16_t discrBlkID, bool splitWithin,
+                          const CKovUnionFieldLayout* unionLayout, const CKovBlkLayout* blk) const;
+  // Judges the discriminant found (null: none) for unionLayout, whose parent data layout is
+  // unionDataLayout. True or a throw:
+  //   "Discriminant field referenced by Union field %d does not exist";
+  //   "Invalid field type specified for discriminant field %d (see block %s)" unless a number,
+  //     character or string;
+  //   in a list entry, a discriminant starting behind the union: "For unions embedded inside list
+  //     fields, the discriminant field must precede\nthe union field within the list entry data
+  //     layout. See union field\n%d in block %s." (one text). Equal starts pass.
+  bool VerifyDiscrFieldLayout(const CKovUnionFieldLayout* unionLayout,
+                              const CKovDataLayout* unionDataLayout,
+                              const CKovFieldLayout* discrFieldLayout,
+                              const CKovDataLayout* searchedDataLayout,
+                              const CKovBlkLayout* blk) const;
+  // The LEQ field of listLayout: in the list's own data layout, directly in front of the list,
+  // for VarSzContigLeq; anywhere in the LEQ block for VarSzSameBlkLeq and VarSzSplitLeq. Other
+  // formats show "Invalid list format specified." and pass.
+  void VerifyListFieldDependencies(uint32_t fieldID, const CKovListFieldLayout* listLayout,
+                                   const CKovBlkLayout* blk) const;
+  // That first ends where second begins. Two fixed fields are measured; a floating second field
+  // must name first as the field before it, with no gap; a floating first before a fixed second
+  // passes. True, or throws "Field %d must immediately precede field %d (see block %s)".
+  bool VerifyFieldContiguity(const CKovFieldLayout* first, const CKovFieldLayout* second,
+                             const CKovBlkLayout* blk) const;
+  // Bit index of the end of first == bit index of the start of second (byte × 8 + 7 − MSB).
+  bool VerifyContiguityForFixedAddrFields(const CKovFieldLayout* first,
+                                          const CKovFieldLayout* second,
+                                          const CKovBlkLayout* blk) const;
+  // Pairs every distributed KLS block with its header block, one to one. Throws
+  //   "Multiple Distributed KOV List Structure blocks\nreference Header block %d." and
+  //   "No layout found for the KOV List Structure referenced\nby Header block %d." (header id).
+  void VerifyDistKLSAndHdrBlks() const;
+  // One pair; hdrBlk null when the layout has no block of that id. Throws (KLS id, header id)
+  //   "KOV List Structure block %d references Header\nblock %d but no layout exists for that
+  //   block.", "... but that block was not declared as a header block." and (header id, KLS id)
+  //   "Header block %d has different instance type than\nKOV List Structure block %d.".
+  void VerifyKLSHdrBlk(const CKovKLSBlkLayout* klsBlk, const CKovBlkLayout* hdrBlk) const;
+  // Shows "WARNING: KOV Name field %d in block %s references block %d\nbut no layout for that
+  // block exists." when the referenced block is missing; never throws.
+  void VerifyKovNameFieldDependencies(uint32_t fieldID, const CKovNameFieldLayout* nameLayout,
+                                      const CKovBlkLayout* blk) const;
 
   int8_t versionIndex;
   int8_t modelIndex;

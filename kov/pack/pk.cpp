@@ -5,6 +5,7 @@
 #include "kov/image/image.h"
 #include "kov/layout/blklayout.h"
 #include "kov/layout/cplayout.h"
+#include "kov/pack/blkexport.h"
 #include "kov/pack/idvector.h"
 #include "kov/pack/pkpatchmap.h"
 #include "kov/platform/format.h"
@@ -49,7 +50,7 @@ void CKovPk::SendToMainWnd(uint32_t message, uint32_t wParam, uint32_t lParam) c
 }
 
 int CKovPk::FillImage(const CKovCpLayout* cpLayout, CKovImage* image, uint32_t& usedSize,
-                      const char*, uint32_t startMsg, uint32_t blksPackedMsg,
+                      const char* fileName, uint32_t startMsg, uint32_t blksPackedMsg,
                       uint32_t doneMsg) const {
   usedSize = 0;
   this->startMsg = startMsg;
@@ -78,6 +79,10 @@ int CKovPk::FillImage(const CKovCpLayout* cpLayout, CKovImage* image, uint32_t& 
     }
     // A failed patch has shown its own message box; the pack goes on with what was patched.
     patchMap->WriteToImage(this, cpLayout, image, vectorMap, pkBlks);
+    // The block files need the final bytes and the vectors: after the patches, before the end.
+    if (fileName != nullptr && cpLayout->SaveToSeparateFiles() != 0) {
+      CKovBlkExport::SplitBlksInFile(vectorMap, image, cpLayout, fileName);
+    }
   } catch (CMevGenException* e) {
     usedSize = 0;
     delete patchMap;

@@ -51,7 +51,9 @@ class CKovPk {
   CKovPk& operator=(const CKovPk&) = delete;
 
   // Packs everything into image; usedSize gets the bytes written (0 after a failure). fileName
-  // plays no part in the pack and may be null. Returns 1 or throws.
+  // may be null; when it is given and the layout's SaveToSeparateFiles is set, every block
+  // instance is also written to a file of its own beside it (see kov/pack/blkexport.h). Returns 1
+  // or throws.
   int FillImage(const CKovCpLayout* cpLayout, CKovImage* image, uint32_t& usedSize,
                 const char* fileName, uint32_t startMsg, uint32_t blksPackedMsg,
                 uint32_t doneMsg) const;
