@@ -124,11 +124,15 @@ int unpackDemo(const CKovCpLayout* layout, const std::vector<uint8_t>& image,
 int packDemo(const std::string& outDir) {
   std::printf("== Packing the sample codeplug ==\n");
   std::unique_ptr<CKovCpLayout> layout = kovSampleLayout();
+  layout->DoPostLayoutVerification();
+  std::printf("layout verified; its tree:\n%s\n", CKovCpLayoutView::GetLayoutTreeText(layout.get()).c_str());
   KovSamplePackData data = kovSamplePackData(layout.get());
   CKovImage image(1024);
   CKovPk pk(&data.pkBlks, 0);
   uint32_t used = 0;
-  pk.FillImage(layout.get(), &image, used, nullptr, 0, 0, 0);
+  // With a file name and a layout that asks for it, every instance also goes to a file.
+  std::string imagePath = outDir + "/sample.kov";
+  pk.FillImage(layout.get(), &image, used, imagePath.c_str(), 0, 0, 0);
   std::printf("used %u bytes\n", used);
   // Walk the headers to mark where each instance starts.
   uint32_t offset = 0;
@@ -148,7 +152,7 @@ int packDemo(const std::string& outDir) {
                 kv.second->size);
   }
   std::vector<uint8_t> bytes(image.GetBytesArray(), image.GetBytesArray() + used);
-  std::string imagePath = outDir + "/sample.kov";
+  std::printf("block files written to %s\n", CKovBlkExport::GetBlksDirPath(imagePath.c_str()).c_str());
   if (std::FILE* file = std::fopen(imagePath.c_str(), "wb")) {
     std::fwrite(bytes.data(), 1, bytes.size(), file);
     std::fclose(file);

@@ -113,7 +113,7 @@ std::unique_ptr<CKovCpLayout> kovSampleLayout() {
   kovRegisterString(kCallType, "Call type");
   kovRegisterString(kContactName, "Name");
 
-  auto cp = std::make_unique<CKovCpLayout>(1, 1, 4096, 0);
+  auto cp = std::make_unique<CKovCpLayout>(1, 1, 4096, 1);
   cp->AddPartition(1, ReadWrite);
 
   CKovBlkLayout* settings = addBlock(cp.get(), kSampleSettingsBlkID, "Settings", 0x0011, 2, 0, 0, 14);
@@ -159,13 +159,14 @@ std::unique_ptr<CKovCpLayout> kovSampleLayout() {
                                                       {kTalkgroup, 1, 7, 24}}}),
                                        0, 0, kDigital, 40, 0));
   led->AddField(kChannelBody, kChannelKind, bodyLayout, 1);
+  channels->AddFieldToVerificationMap(kChannelBody, bodyLayout);
   KovListAttribStruct list(kChannelQty, VarSzContigLeq, 16, 0, 48, 0, nullptr);
   bool verify = false;
   kovValidateSglListParms(kChannelList, list, kSampleChannelsBlkID, verify);
-  channels->AddField(kChannelList, kChannelQty,
-                     new CKovListFieldLayout(kChannelList, 1, 7, list, true, 0,
-                                             channels->GetDataLayout(), led),
-                     1);
+  auto* channelList = new CKovListFieldLayout(kChannelList, 1, 7, list, true, 0,
+                                              channels->GetDataLayout(), led);
+  channels->AddField(kChannelList, kChannelQty, channelList, 1);
+  if (verify) channels->AddFieldToVerificationMap(kChannelList, channelList);
 
   // Contacts: a distributed list of 10-byte entries, at most 4 a listlet, at byte 6 of each
   // listlet behind its link and quantity; the header block holds the list's configuration.
@@ -198,6 +199,7 @@ std::unique_ptr<CKovCpLayout> kovSampleLayout() {
     cp->HasUniqueKovName(blk);
     cp->AddBlkLayout(blk);
   }
+  channel->AddFieldToVerificationMap(kZoneRef, channel->GetFieldLayout(kZoneRef));
   return cp;
 }
 
