@@ -153,7 +153,7 @@ TEST(ListField, PackRefusesCountOtherThanItsQuantityAndAnUnfitLeq) {
   LayoutBuilder b;
   CKovBlkLayout* blk = b.Block(1, "L", 0x61, 1, 0, 0, 8);
   LayoutBuilder::Num(blk, 40, 0, 0, 7, 2, 0);
-  addList(blk, 41, 40, 1, 1, VarSzContigLeq, 3, 8, numbers(41, {{{42, 0, 8}}}), 40);
+  addList(blk, 41, 40, 1, 1, VarSzContigLeq, 4, 8, numbers(41, {{{42, 0, 8}}}), 40);
   kovRegisterString(41, "Channels");
   PackData wrong;
   wrong.Add(blk, {entryOfList(41, 3, {1, 2}, 42, 8)}, {8});
@@ -164,6 +164,11 @@ TEST(ListField, PackRefusesCountOtherThanItsQuantityAndAnUnfitLeq) {
   wide.Add(blk, {entryOfList(41, 4, {1, 2, 3, 4}, 42, 8)}, {8});
   EXPECT_KOV_THROW(packImage(b.cp.get(), wide),
                    "Failed trying to write field 41 in block L [1] to image.");
+  // Five entries would run past the four the layout has room for.
+  PackData more;
+  more.Add(blk, {entryOfList(41, 5, {1, 2, 3, 4, 5}, 42, 8)}, {8});
+  EXPECT_KOV_THROW(packImage(b.cp.get(), more),
+                   "List Channels holds 5 entries, more than the 4 its layout allows.");
   kovClearRegisteredStrings();
 }
 

@@ -137,6 +137,13 @@ int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
                   fieldName.c_str(), static_cast<int>(listEntryQty)),
         0);
   }
+  // Entries beyond the layout's maximum would run into the fields that follow the list.
+  if (listEntryQty > layout->GetMaxEntryQty()) {
+    throw new CMevGenException(
+        kovFormat("List %s holds %u entries, more than the %u its layout allows.",
+                  fieldName.c_str(), listEntryQty, layout->GetMaxEntryQty()),
+        0);
+  }
   if (!pkEntryList) return 1;
   uint32_t byte = byteOffsetInImage;
   uint8_t msb = startMsbInImage;

@@ -19,6 +19,7 @@
 // whose entries would run past the end of the image is refused with
 // "List %d in block %s [%d] holds %u entries of %u bits, which run past the end of the image.".
 // Other failures: "Number of entries in List field %s does not match pack quantity of %d.",
+// "List %s holds %u entries, more than the %u its layout allows.",
 // "Field layout for LEQ field referenced by list %s not found",
 // "Anchor field (%s) in Single Instance block references split field in Multiple Instance
 // block.", "LEQ %u of list %s does not fit in the %u bits of its LEQ field.",
