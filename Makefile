@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps configure build demo test test-sanitize clean
+.PHONY: all deps configure build demo test test-sanitize fuzz fuzz-smoke fuzz-build clean
 
 all: build
 
@@ -30,5 +30,21 @@ test-sanitize: deps
 	@cd $(BUILD)-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
 
+# libFuzzer targets (clang-14, AddressSanitizer, UndefinedBehaviorSanitizer): `make fuzz` runs
+# each for FUZZ_SECONDS and fails on any finding; `make fuzz-smoke` is the short run of CI.
+FUZZ_SECONDS ?= 60
+
+fuzz-build:
+	@scripts/install-deps --fuzz
+	@cmake -S . -B $(BUILD)-fuzz -DCMAKE_CXX_COMPILER=clang++-14 -DKOV_FUZZ=ON \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(BUILD)-fuzz -j $(JOBS)
+
+fuzz: fuzz-build
+	@scripts/run-fuzz $(BUILD)-fuzz $(FUZZ_SECONDS)
+
+fuzz-smoke: fuzz-build
+	@scripts/run-fuzz $(BUILD)-fuzz 20
+
 clean:
-	rm -rf $(BUILD) $(BUILD)-asan
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-fuzz

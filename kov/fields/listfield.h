@@ -61,6 +61,7 @@ class CKovListField : public CKovComplexField {
 
   // Appends entry to the pack entries, which take ownership.
   void AddEntryToList(CKovPkEntry* entry);
+  uint32_t GetListID() const { return listID; }
   uint32_t GetListEntryQty() const { return listEntryQty; }
   uint16_t GetMaxLeq() const { return maxLeq; }
   const CKovPkEntryList* GetPkEntryList() const { return pkEntryList.get(); }
