@@ -26,14 +26,8 @@ CKovCharField::CKovCharField(const CKovUp* up, uint32_t entryStartByte, uint8_t 
                              const KovFieldsMap& fieldsMap, const CKovFieldLayout* layout,
                              uint32_t fieldID, uint16_t, uint32_t lastBit, UpStatus& status)
     : CKovField(fieldID) {
-  status = kovLocatePrimitiveField(this, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit,
-                                   byteOffsetInImage, startMsbInImage);
+  status = ReadWhole(up, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit, value);
   if (status != UpDone) return;
-  imageSize = layout->GetLengthInBits();
-  if (!up->GetImage()->GetBytes(byteOffsetInImage, startMsbInImage, imageSize, value)) {
-    status = UpFailed;
-    return;
-  }
   if (isChar4Bit(layout)) value = static_cast<uint16_t>(value + kDigitZero);
   up->XmlAddPrimitiveField(this, layout);
 }
@@ -47,19 +41,14 @@ PkStatus CKovCharField::WriteToImage(const CKovPk*, CKovImage* image, uint32_t e
                                      uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
                                      const CKovFieldLayout* layout, const CKovCpLayout*,
                                      uint16_t blkID, int) const {
-  if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,
-                   startMsbInImage)) {
-    return PkDeferred;
-  }
-  return WriteFieldDataToImage(image, layout) ? PkDone : PkFailed;
+  return WriteAtPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID,
+                         [&] { return WriteFieldDataToImage(image, layout); });
 }
 
 PkStatus CKovCharField::PatchFieldInImage(const CKovPk*, CKovImage* image,
                                           const CKovFieldLayout* layout, uint32_t byte,
                                           uint8_t msbStart) const {
-  byteOffsetInImage = byte;
-  startMsbInImage = msbStart;
-  return WriteFieldDataToImage(image, layout) ? PkDone : PkFailed;
+  return WriteAtAddr(byte, msbStart, [&] { return WriteFieldDataToImage(image, layout); });
 }
 
 int CKovCharField::CanValueFitAsPerLayout(const CKovFieldLayout* layout) const {

@@ -6,6 +6,7 @@
 #include "kov/platform/format.h"
 #include "kov/platform/mevgenexception.h"
 #include "kov/platform/strresource.h"
+#include "kov/unpack/up.h"
 
 namespace {
 
@@ -166,4 +167,35 @@ int CKovField::GetPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fi
   byte = index >> 3;
   msbStart = static_cast<uint8_t>(7 - (index & 7));
   return 1;
+}
+
+namespace {
+
+template <class Value>
+UpStatus readWhole(CKovField* field, const CKovUp* up, const CKovFieldLayout* layout,
+                   uint32_t entryStartByte, uint8_t entryMsbStart, const KovFieldsMap& fieldsMap,
+                   uint32_t lastBit, Value& value) {
+  uint32_t byte = 0;
+  uint8_t msb = 0;
+  if (!field->GetUnpackAddr(layout, entryStartByte, entryMsbStart, fieldsMap, byte, msb)) {
+    return UpDeferred;
+  }
+  field->SetAddressInImage(byte, msb);
+  if (field->FieldOutsideBlkData(layout, byte, msb, lastBit)) return UpOutsideBlkData;
+  field->SetImageSize(layout->GetLengthInBits());
+  return up->GetImage()->GetBytes(byte, msb, layout->GetLengthInBits(), value) ? UpDone : UpFailed;
+}
+
+}  // namespace
+
+UpStatus CKovField::ReadWhole(const CKovUp* up, const CKovFieldLayout* layout,
+                              uint32_t entryStartByte, uint8_t entryMsbStart,
+                              const KovFieldsMap& fieldsMap, uint32_t lastBit, uint32_t& value) {
+  return readWhole(this, up, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit, value);
+}
+
+UpStatus CKovField::ReadWhole(const CKovUp* up, const CKovFieldLayout* layout,
+                              uint32_t entryStartByte, uint8_t entryMsbStart,
+                              const KovFieldsMap& fieldsMap, uint32_t lastBit, uint16_t& value) {
+  return readWhole(this, up, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit, value);
 }

@@ -131,6 +131,35 @@ class CKovField {
   // Linear bit index just behind a placed field.
   static uint64_t EndBitIndexOf(const CKovField* field);
 
+  // The road of WriteToImage: PkDeferred while the address can't be known; otherwise the address
+  // is recorded and writeData() (1 or 0) makes it PkDone or PkFailed.
+  template <class WriteData>
+  PkStatus WriteAtPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
+                           uint32_t entryStartByte, uint8_t entryMsbStart, uint16_t blkID,
+                           WriteData writeData) const {
+    if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,
+                     startMsbInImage)) {
+      return PkDeferred;
+    }
+    return writeData() ? PkDone : PkFailed;
+  }
+  // The road of PatchFieldInImage: records (byte, msbStart), then writes.
+  template <class WriteData>
+  PkStatus WriteAtAddr(uint32_t byte, uint8_t msbStart, WriteData writeData) const {
+    byteOffsetInImage = byte;
+    startMsbInImage = msbStart;
+    return writeData() ? PkDone : PkFailed;
+  }
+  // The road of an unpack constructor that reads the field whole: finds the address (UpDeferred
+  // without one), tests it against lastBit (UpOutsideBlkData), then reads the layout's width into
+  // value (UpFailed when the image can't give it). The caller reports a field read with UpDone.
+  UpStatus ReadWhole(const CKovUp* up, const CKovFieldLayout* layout, uint32_t entryStartByte,
+                     uint8_t entryMsbStart, const KovFieldsMap& fieldsMap, uint32_t lastBit,
+                     uint32_t& value);
+  UpStatus ReadWhole(const CKovUp* up, const CKovFieldLayout* layout, uint32_t entryStartByte,
+                     uint8_t entryMsbStart, const KovFieldsMap& fieldsMap, uint32_t lastBit,
+                     uint16_t& value);
+
   std::string fieldName;
   uint32_t fieldID;
   // Where the field went and how many bits it takes: a record kept by the const writers.

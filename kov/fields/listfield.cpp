@@ -118,11 +118,9 @@ PkStatus CKovListField::PatchFieldInImage(const CKovPk* pk, CKovImage* image,
                                           int instance, uint32_t byte, uint8_t msbStart) const {
   const CKovListFieldLayout* listLayout = asListLayout(layout);
   if (listLayout == nullptr) return PkFailed;
-  byteOffsetInImage = byte;
-  startMsbInImage = msbStart;
-  return WriteFieldDataToImage(pk, image, fieldsMap, listLayout, cpLayout, blkID, instance)
-             ? PkDone
-             : PkFailed;
+  return WriteAtAddr(byte, msbStart, [&] {
+    return WriteFieldDataToImage(pk, image, fieldsMap, listLayout, cpLayout, blkID, instance);
+  });
 }
 
 int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,

@@ -17,15 +17,8 @@ CKovNameField::CKovNameField(const CKovUp* up, uint32_t entryStartByte, uint8_t 
                              const KovFieldsMap& fieldsMap, const CKovFieldLayout* layout,
                              uint32_t fieldID, uint16_t, uint32_t lastBit, UpStatus& status)
     : CKovField(fieldID) {
-  status = kovLocatePrimitiveField(this, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit,
-                                   byteOffsetInImage, startMsbInImage);
-  if (status != UpDone) return;
-  imageSize = layout->GetLengthInBits();
-  if (!up->GetImage()->GetBytes(byteOffsetInImage, startMsbInImage, imageSize, value)) {
-    status = UpFailed;
-    return;
-  }
-  up->XmlAddPrimitiveField(this, layout);
+  status = ReadWhole(up, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit, value);
+  if (status == UpDone) up->XmlAddPrimitiveField(this, layout);
 }
 
 uint32_t CKovNameField::GetKovNameToPack(const CKovPk* pk, const CKovFieldLayout* layout) const {
@@ -42,19 +35,14 @@ PkStatus CKovNameField::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_
                                      uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
                                      const CKovFieldLayout* layout, const CKovCpLayout*,
                                      uint16_t blkID, int) const {
-  if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,
-                   startMsbInImage)) {
-    return PkDeferred;
-  }
-  return WriteFieldDataToImage(pk, image, layout) ? PkDone : PkFailed;
+  return WriteAtPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID,
+                         [&] { return WriteFieldDataToImage(pk, image, layout); });
 }
 
 PkStatus CKovNameField::PatchFieldInImage(const CKovPk* pk, CKovImage* image,
                                           const CKovFieldLayout* layout, uint32_t byte,
                                           uint8_t msbStart, uint16_t, int) const {
-  byteOffsetInImage = byte;
-  startMsbInImage = msbStart;
-  return WriteFieldDataToImage(pk, image, layout) ? PkDone : PkFailed;
+  return WriteAtAddr(byte, msbStart, [&] { return WriteFieldDataToImage(pk, image, layout); });
 }
 
 int CKovNameField::CanValueFitAsPerLayout(const CKovFieldLayout*) const { return 1; }

@@ -14,34 +14,22 @@ CKovNumField::CKovNumField(const CKovUp* up, uint32_t entryStartByte, uint8_t en
                            const KovFieldsMap& fieldsMap, const CKovFieldLayout* layout,
                            uint32_t fieldID, uint16_t, uint32_t lastBit, UpStatus& status)
     : CKovField(fieldID) {
-  status = kovLocatePrimitiveField(this, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit,
-                                   byteOffsetInImage, startMsbInImage);
-  if (status != UpDone) return;
-  imageSize = layout->GetLengthInBits();
-  if (!up->GetImage()->GetBytes(byteOffsetInImage, startMsbInImage, imageSize, value)) {
-    status = UpFailed;
-    return;
-  }
-  up->XmlAddPrimitiveField(this, layout);
+  status = ReadWhole(up, layout, entryStartByte, entryMsbStart, fieldsMap, lastBit, value);
+  if (status == UpDone) up->XmlAddPrimitiveField(this, layout);
 }
 
 PkStatus CKovNumField::WriteToImage(const CKovPk*, CKovImage* image, uint32_t entryStartByte,
                                     uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
                                     const CKovFieldLayout* layout, const CKovCpLayout*,
                                     uint16_t blkID, int) const {
-  if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,
-                   startMsbInImage)) {
-    return PkDeferred;
-  }
-  return WriteFieldDataToImage(image, layout) ? PkDone : PkFailed;
+  return WriteAtPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID,
+                         [&] { return WriteFieldDataToImage(image, layout); });
 }
 
 PkStatus CKovNumField::PatchFieldInImage(const CKovPk*, CKovImage* image,
                                          const CKovFieldLayout* layout, uint32_t byte,
                                          uint8_t msbStart, uint16_t, int) const {
-  byteOffsetInImage = byte;
-  startMsbInImage = msbStart;
-  return WriteFieldDataToImage(image, layout) ? PkDone : PkFailed;
+  return WriteAtAddr(byte, msbStart, [&] { return WriteFieldDataToImage(image, layout); });
 }
 
 int CKovNumField::CanValueFitAsPerLayout(const CKovFieldLayout* layout) const {

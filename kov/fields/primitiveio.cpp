@@ -5,17 +5,6 @@
 #include "kov/fields/numfield.h"
 #include "kov/image/image.h"
 
-UpStatus kovLocatePrimitiveField(const CKovField* field, const CKovFieldLayout* layout,
-                                 uint32_t entryStartByte, uint8_t entryMsbStart,
-                                 const KovFieldsMap& fieldsMap, uint32_t lastBit, uint32_t& byte,
-                                 uint8_t& msbStart) {
-  if (!field->GetUnpackAddr(layout, entryStartByte, entryMsbStart, fieldsMap, byte, msbStart)) {
-    return UpDeferred;
-  }
-  if (field->FieldOutsideBlkData(layout, byte, msbStart, lastBit)) return UpOutsideBlkData;
-  return UpDone;
-}
-
 int kovWritePrimitiveBits(CKovImage* image, uint32_t byte, uint8_t msbStart, uint32_t value,
                           uint32_t numBits) {
   // The bit writer takes its width in 8 bits: a wider layout must fail here, not wrap around.

@@ -8,14 +8,6 @@
 
 class CKovImage;
 
-// The first steps of a primitive unpack constructor: finds the field's address into byte and
-// msbStart (UpDeferred when it can't be known yet) and tests it against lastBit
-// (UpOutsideBlkData). UpDone when the field can be read.
-UpStatus kovLocatePrimitiveField(const CKovField* field, const CKovFieldLayout* layout,
-                                 uint32_t entryStartByte, uint8_t entryMsbStart,
-                                 const KovFieldsMap& fieldsMap, uint32_t lastBit, uint32_t& byte,
-                                 uint8_t& msbStart);
-
 // Writes the low numBits bits of value at (byte, msbStart). 0 when numBits is above 32 or the
 // bits do not fit in the image, else 1.
 int kovWritePrimitiveBits(CKovImage* image, uint32_t byte, uint8_t msbStart, uint32_t value,

@@ -86,19 +86,14 @@ PkStatus CKovStrField::WriteToImage(const CKovPk*, CKovImage* image, uint32_t en
                                     uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
                                     const CKovFieldLayout* layout, const CKovCpLayout*,
                                     uint16_t blkID, int) const {
-  if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,
-                   startMsbInImage)) {
-    return PkDeferred;
-  }
-  return WriteFieldDataToImage(image, layout) ? PkDone : PkFailed;
+  return WriteAtPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID,
+                         [&] { return WriteFieldDataToImage(image, layout); });
 }
 
 PkStatus CKovStrField::PatchFieldInImage(const CKovPk*, CKovImage* image,
                                          const CKovFieldLayout* layout, uint32_t byte,
                                          uint8_t msbStart) const {
-  byteOffsetInImage = byte;
-  startMsbInImage = msbStart;
-  return WriteFieldDataToImage(image, layout) ? PkDone : PkFailed;
+  return WriteAtAddr(byte, msbStart, [&] { return WriteFieldDataToImage(image, layout); });
 }
 
 int CKovStrField::CanValueFitAsPerLayout(const CKovFieldLayout* layout) const {

@@ -253,11 +253,9 @@ PkStatus CKovUnionField::PatchFieldInImage(const CKovPk* pk, CKovImage* image,
                                            int instance, uint32_t byte, uint8_t msbStart) const {
   const CKovUnionFieldLayout* unionLayout = asUnionLayout(layout);
   if (unionLayout == nullptr) return PkFailed;
-  byteOffsetInImage = byte;
-  startMsbInImage = msbStart;
-  return WriteFieldDataToImage(pk, image, fieldsMap, unionLayout, cpLayout, blkID, instance)
-             ? PkDone
-             : PkFailed;
+  return WriteAtAddr(byte, msbStart, [&] {
+    return WriteFieldDataToImage(pk, image, fieldsMap, unionLayout, cpLayout, blkID, instance);
+  });
 }
 
 int CKovUnionField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
