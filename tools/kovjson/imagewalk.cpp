@@ -68,13 +68,17 @@ KovJsonWalk kovJsonWalkImage(const std::vector<uint8_t>& bytes, bool prefixes) {
 std::string kovJsonInspectText(const KovJsonWalk& walk, size_t imageSize,
                                const CKovJsonLayout* layout, bool& bad) {
   bad = !walk.damage.empty();
-  std::string text = kovFormat("%-8s %-9s %-7s %-6s %-5s %-13s%s\n", "offset", "KOV type", "KOV id",
-                               "size", "data", "checksum", layout != nullptr ? " block" : "");
+  std::string text = layout != nullptr
+                         ? "offset   KOV type  KOV id  size   data  checksum      block\n"
+                         : "offset   KOV type  KOV id  size   data  checksum\n";
   std::map<uint16_t, int> seen;  // block id -> instances met so far
   size_t badChecksums = 0;
   for (const KovJsonInstance& inst : walk.instances) {
     bool good = inst.storedCrc == inst.dataCrc;
-    if (!good) ++badChecksums;
+    if (!good) {
+      ++badChecksums;
+      bad = true;
+    }
     std::string line =
         kovFormat("0x%06X 0x%04X    0x%04X  %-6u %-5u %-4s 0x%04X  ", inst.offset, inst.kovType,
                   inst.kovID, inst.size, inst.size - 2u, good ? "good" : "BAD", inst.storedCrc);
