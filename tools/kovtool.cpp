@@ -169,7 +169,8 @@ std::string sampleDir() {
   return KOVTOOL_SAMPLE_DIR;
 }
 
-int cmdDemo(std::string outDir, std::string layoutPath, std::string valuesPath) {
+int cmdDemo(const std::string& self, std::string outDir, std::string layoutPath,
+            std::string valuesPath) {
   std::string dir = sampleDir();
   if (layoutPath.empty()) layoutPath = dir + "/layout.json";
   if (valuesPath.empty()) valuesPath = dir + "/values.json";
@@ -207,7 +208,8 @@ int cmdDemo(std::string outDir, std::string layoutPath, std::string valuesPath) 
   std::printf("  tree      %s: the layout's blocks and fields\n\n", tree.c_str());
   std::printf("  round trip: the unpacked values pack to %s\n",
               again == bytes ? "the same bytes" : "OTHER BYTES");
-  std::printf("\nNext: kovtool inspect %s --layout %s\n", image.c_str(), layoutPath.c_str());
+  std::printf("\nNext: %s inspect '%s' --layout '%s'\n", self.c_str(), image.c_str(),
+              layoutPath.c_str());
   return again == bytes && !bad ? 0 : kRefused;
 }
 
@@ -271,7 +273,7 @@ int main(int argc, char** argv) {
     if (*inspect) return cmdInspect(imagePath, layoutPath, prefixes);
     if (*verify) return cmdVerify(layoutPath);
     if (*tree) return cmdTree(layoutPath);
-    return cmdDemo(outDir, layoutPath, valuesPath);
+    return cmdDemo(argv[0], outDir, layoutPath, valuesPath);
   } catch (const KovJsonError& e) {
     std::fprintf(stderr, "kovtool: %s\n", e.what());
     return kBadInput;
