@@ -16,9 +16,9 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
+# Packs, inspects, unpacks and reports the sample radio codeplug into out/.
 demo: build
-	@mkdir -p $(BUILD)/demo
-	@$(BUILD)/examples/kov_demo $(BUILD)/demo
+	@$(BUILD)/tools/kovtool demo --out out
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)

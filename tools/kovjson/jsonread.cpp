@@ -1,0 +1,167 @@
+#include "tools/kovjson/jsonread.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "tools/kovjson/jsonlayout.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// nlohmann's texts start with "[json.exception.parse_error.101] "; the file name says the rest.
+std::string withoutExceptionTag(const std::string& text) {
+  size_t end = text.rfind("] ", 40);
+  return text.rfind("[json.exception.", 0) == 0 && end != std::string::npos ? text.substr(end + 2)
+                                                                            : text;
+}
+
+}  // namespace
+
+std::string kovJsonReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw KovJsonError(path, "", std::string("can't be read: ") + std::strerror(errno));
+  std::ostringstream text;
+  text << in.rdbuf();
+  if (in.bad()) throw KovJsonError(path, "", "can't be read");
+  return text.str();
+}
+
+Json kovJsonParse(const std::string& text, const std::string& file) {
+  try {
+    return Json::parse(text);
+  } catch (const nlohmann::json::exception& e) {
+    throw KovJsonError(file, "", "not valid JSON: " + withoutExceptionTag(e.what()));
+  }
+}
+
+std::string kovJsonTypeName(const Json& v) {
+  if (v.is_object()) return "an object";
+  if (v.is_array()) return "an array";
+  if (v.is_string()) return "a string";
+  if (v.is_boolean()) return "true or false";
+  if (v.is_null()) return "null";
+  return "a number";
+}
+
+void KovJsonReader::Fail(const std::string& at, const std::string& text) const {
+  throw KovJsonError(file, at, text);
+}
+
+void KovJsonReader::Object(const Json& v, const std::string& at) const {
+  if (!v.is_object()) Fail(at, "must be an object, not " + kovJsonTypeName(v));
+}
+
+void KovJsonReader::Keys(const Json& o, const std::string& at,
+                         std::initializer_list<const char*> allowed) const {
+  Keys(o, at, std::vector<const char*>(allowed));
+}
+
+void KovJsonReader::Keys(const Json& o, const std::string& at,
+                         const std::vector<const char*>& allowed) const {
+  for (const auto& item : o.items()) {
+    bool known = item.key() == "comment";
+    for (const char* key : allowed) known = known || item.key() == key;
+    if (!known) Fail(kovJsonPointerTo(at, item.key()), "unknown member '" + item.key() + "'");
+  }
+}
+
+const Json& KovJsonReader::Member(const Json& o, const std::string& at, const char* key) const {
+  auto it = o.find(key);
+  if (it == o.end()) Fail(at, std::string("missing member '") + key + "'");
+  return *it;
+}
+
+const Json& KovJsonReader::Array(const Json& o, const std::string& at, const char* key,
+                                 bool optional) const {
+  static const Json empty = Json::array();
+  if (optional && !o.contains(key)) return empty;
+  const Json& v = Member(o, at, key);
+  if (!v.is_array()) Fail(kovJsonPointerTo(at, key), "must be an array, not " + kovJsonTypeName(v));
+  return v;
+}
+
+uint64_t KovJsonReader::ToUInt(const Json& v, const std::string& at, uint64_t min,
+                               uint64_t max) const {
+  uint64_t value = 0;
+  std::string range = "a whole number from " + std::to_string(min) + " to " + std::to_string(max);
+  if (v.is_number_unsigned()) {
+    value = v.get<uint64_t>();
+  } else if (v.is_number_integer()) {
+    Fail(at, "must be " + range + ", not " + v.dump());
+  } else if (v.is_string()) {
+    const std::string& s = v.get_ref<const std::string&>();
+    bool hex = s.size() > 2 && s.size() <= 18 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X');
+    for (size_t i = 2; hex && i < s.size(); ++i)
+      hex = std::isxdigit(static_cast<unsigned char>(s[i]));
+    if (!hex || s.size() > 10)
+      Fail(at, "must be " + range + " (or \"0x\" and hex digits), not " + v.dump());
+    value = std::stoull(s.substr(2), nullptr, 16);
+  } else {
+    Fail(at, "must be " + range + ", not " + kovJsonTypeName(v));
+  }
+  if (value < min || value > max) Fail(at, "must be " + range + ", not " + std::to_string(value));
+  return value;
+}
+
+uint64_t KovJsonReader::UInt(const Json& o, const std::string& at, const char* key, uint64_t min,
+                             uint64_t max) const {
+  return ToUInt(Member(o, at, key), kovJsonPointerTo(at, key), min, max);
+}
+
+uint64_t KovJsonReader::UInt(const Json& o, const std::string& at, const char* key, uint64_t min,
+                             uint64_t max, uint64_t def) const {
+  return o.contains(key) ? UInt(o, at, key, min, max) : def;
+}
+
+int64_t KovJsonReader::Int(const Json& o, const std::string& at, const char* key, int64_t min,
+                           int64_t max, int64_t def) const {
+  if (!o.contains(key)) return def;
+  const Json& v = o[key];
+  std::string vat = kovJsonPointerTo(at, key);
+  std::string range = "a whole number from " + std::to_string(min) + " to " + std::to_string(max);
+  if (!v.is_number_integer()) Fail(vat, "must be " + range + ", not " + kovJsonTypeName(v));
+  if (v.is_number_unsigned() && v.get<uint64_t>() > static_cast<uint64_t>(max)) {
+    Fail(vat, "must be " + range + ", not " + v.dump());
+  }
+  int64_t value = v.get<int64_t>();
+  if (value < min || value > max) Fail(vat, "must be " + range + ", not " + v.dump());
+  return value;
+}
+
+bool KovJsonReader::Bool(const Json& o, const std::string& at, const char* key, bool def) const {
+  if (!o.contains(key)) return def;
+  const Json& v = o[key];
+  if (!v.is_boolean()) {
+    Fail(kovJsonPointerTo(at, key), "must be true or false, not " + kovJsonTypeName(v));
+  }
+  return v.get<bool>();
+}
+
+std::string KovJsonReader::Name(const Json& o, const std::string& at) const {
+  const Json& v = Member(o, at, "name");
+  if (!v.is_string() || v.get_ref<const std::string&>().empty()) {
+    Fail(kovJsonPointerTo(at, "name"), "must be a non-empty string");
+  }
+  return v.get<std::string>();
+}
+
+std::string KovJsonReader::Choice(const Json& o, const std::string& at, const char* key,
+                                  const std::vector<const char*>& choices) const {
+  const Json& v = Member(o, at, key);
+  std::string list;
+  for (const char* c : choices) {
+    if (v.is_string() && v.get_ref<const std::string&>() == c) return c;
+    list += std::string(list.empty() ? "" : ", ") + c;
+  }
+  Fail(kovJsonPointerTo(at, key),
+       "must be one of " + list + "; not " + (v.is_string() ? v.dump() : kovJsonTypeName(v)));
+}
+
+std::string KovJsonReader::Choice(const Json& o, const std::string& at, const char* key,
+                                  const std::vector<const char*>& choices, const char* def) const {
+  return o.contains(key) ? Choice(o, at, key, choices) : def;
+}

@@ -1,0 +1,337 @@
+// kovtool as a user runs it: golden outputs of the sample, round trips through files, and the
+// exit status and text of every kind of failure.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kov/image/checksum.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<uint8_t>;
+
+const std::string kSample = KOVTOOL_SAMPLE_DIR;
+const std::string kLayout = kSample + "/layout.json";
+const std::string kValues = kSample + "/values.json";
+const std::string kTestData = KOVTOOL_TESTDATA;
+
+std::string readText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+Bytes readBytes(const std::string& path) {
+  std::string s = readText(path);
+  return Bytes(s.begin(), s.end());
+}
+
+void writeBytes(const std::string& path, const Bytes& bytes) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string q(const std::string& path) { return "'" + path + "'"; }
+
+// A folder of the test's own, made empty.
+std::string scratch() {
+  std::string dir = testing::TempDir() + "kovtool_" +
+                    testing::UnitTest::GetInstance()->current_test_info()->name();
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  return dir + "/";
+}
+
+struct ToolRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+// Runs kovtool, keeping the files of the scratch folder (scratch() empties it).
+ToolRun kovtoolIn(const std::string& args) {
+  std::string base = testing::TempDir() + "kovtool_run_" +
+                     testing::UnitTest::GetInstance()->current_test_info()->name();
+  std::string command =
+      std::string(KOVTOOL_PATH) + " " + args + " >" + q(base + ".out") + " 2>" + q(base + ".err");
+  int raw = std::system(command.c_str());
+  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readText(base + ".out"), readText(base + ".err")};
+}
+
+// The sample packed into dir/radio.kov.
+Bytes packSample(const std::string& dir) {
+  ToolRun run = kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "radio.kov"));
+  EXPECT_EQ(run.status, 0) << run.err;
+  return readBytes(dir + "radio.kov");
+}
+
+// Recomputes the checksum of the instance whose header is at offset.
+void fixChecksum(Bytes& image, size_t offset) {
+  size_t dataSize = (image[offset + 4] << 8 | image[offset + 5]) - 2u;
+  uint16_t crc = 0;
+  kovCalculateChecksum(image.data() + offset + 6, dataSize, crc);
+  image[offset + 6 + dataSize] = static_cast<uint8_t>(crc >> 8);
+  image[offset + 7 + dataSize] = static_cast<uint8_t>(crc);
+}
+
+TEST(Kovtool, EveryCommandHasHelp) {
+  for (const char* command : {"", "pack ", "unpack ", "inspect ", "verify ", "tree ", "demo "}) {
+    SCOPED_TRACE(command);
+    ToolRun run = kovtoolIn(std::string(command) + "--help");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.out.find("Usage:"), std::string::npos) << run.out;
+  }
+}
+
+TEST(Kovtool, BadCommandLinesExitTwo) {
+  struct Case {
+    const char* args;
+    const char* error;
+  } cases[] = {
+      {"", "A subcommand is required"},
+      {"pack a.json b.json", "--output is required"},
+      {"unpack a.json", "IMAGE is required"},
+      {"inspect x.kov --colour", "The following argument was not expected: --colour"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args);
+    ToolRun run = kovtoolIn(c.args);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.err.find(c.error), std::string::npos) << run.err;
+  }
+}
+
+TEST(Kovtool, SampleOutputsMatchTheirGoldenFiles) {
+  std::string dir = scratch();
+  packSample(dir);
+  ToolRun inspect = kovtoolIn("inspect " + q(dir + "radio.kov") + " --layout " + q(kLayout));
+  EXPECT_EQ(inspect.status, 0) << inspect.err;
+  EXPECT_EQ(inspect.out, readText(kTestData + "/radio.inspect.txt"));
+  ToolRun tree = kovtoolIn("tree " + q(kLayout));
+  EXPECT_EQ(tree.status, 0) << tree.err;
+  EXPECT_EQ(tree.out, readText(kTestData + "/radio.tree.txt"));
+  ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "radio.kov") + " --report " +
+                             q(dir + "radio.xml"));
+  EXPECT_EQ(unpack.status, 0) << unpack.err;
+  EXPECT_EQ(unpack.out, readText(kTestData + "/radio.values.json"));
+  EXPECT_EQ(readText(dir + "radio.xml"), readText(kTestData + "/radio.xml"));
+  ToolRun verify = kovtoolIn("verify " + q(kLayout));
+  EXPECT_EQ(verify.status, 0);
+  EXPECT_EQ(verify.out, kLayout + ": verified: 2 partitions, 9 blocks, 42 fields\n");
+  EXPECT_EQ(verify.err, "");
+}
+
+TEST(Kovtool, UnpackedSamplePacksToTheSameBytes) {
+  for (bool prefixes : {false, true}) {
+    SCOPED_TRACE(prefixes ? "with partition prefixes" : "plain");
+    std::string dir = scratch();
+    std::string flag = prefixes ? " --partition-prefix" : "";
+    ToolRun pack =
+        kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "a.kov") + flag);
+    ASSERT_EQ(pack.status, 0) << pack.err;
+    EXPECT_EQ(pack.out,
+              dir + "a.kov: " + std::to_string(readBytes(dir + "a.kov").size()) + " bytes\n");
+    ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "a.kov") + " -o " +
+                               q(dir + "a.json") + flag);
+    ASSERT_EQ(unpack.status, 0) << unpack.err;
+    EXPECT_EQ(readText(dir + "a.json"), readText(kTestData + "/radio.values.json"));
+    ASSERT_EQ(
+        kovtoolIn("pack " + q(kLayout) + " " + q(dir + "a.json") + " -o " + q(dir + "b.kov") + flag)
+            .status,
+        0);
+    EXPECT_EQ(readBytes(dir + "b.kov"), readBytes(dir + "a.kov"));
+    // 13 instances of 2 bytes of prefix each.
+    if (prefixes) {
+      EXPECT_EQ(readBytes(dir + "a.kov").size(), 422u + 26u);
+    }
+  }
+}
+
+TEST(Kovtool, FormatExampleRoundTripsThroughFiles) {
+  std::string dir = scratch();
+  std::string layout = q(kTestData + "/format-example.layout.json");
+  ASSERT_EQ(kovtoolIn("pack " + layout + " " + q(kTestData + "/format-example.values.json") +
+                      " -o " + q(dir + "a.kov"))
+                .status,
+            0);
+  EXPECT_EQ(readBytes(dir + "a.kov").size(), 105u);
+  ASSERT_EQ(
+      kovtoolIn("unpack " + layout + " " + q(dir + "a.kov") + " -o " + q(dir + "a.json")).status,
+      0);
+  ASSERT_EQ(
+      kovtoolIn("pack " + layout + " " + q(dir + "a.json") + " -o " + q(dir + "b.kov")).status, 0);
+  EXPECT_EQ(readBytes(dir + "b.kov"), readBytes(dir + "a.kov"));
+}
+
+TEST(Kovtool, ExportBlocksWritesOneFilePerInstance) {
+  std::string dir = scratch();
+  ToolRun run = kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "r.kov") +
+                          " --export-blocks");
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find(dir + "r - Blocks: one file a block instance"), std::string::npos)
+      << run.out;
+  size_t files = 0, bytes = 0;
+  for (const auto& entry : fs::directory_iterator(dir + "r - Blocks")) {
+    ++files;
+    bytes += fs::file_size(entry.path());
+  }
+  EXPECT_EQ(files, 13u);
+  EXPECT_EQ(bytes, readBytes(dir + "r.kov").size());
+  EXPECT_EQ(readBytes(dir + "r - Blocks/General_1").size(), 26u);
+}
+
+TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
+  std::string dir = scratch();
+  ToolRun run = kovtoolIn("demo --out " + q(dir + "out"));
+  ASSERT_EQ(run.status, 0) << run.err;
+  for (const char* name : {"radio.kov", "radio.inspect.txt", "radio.values.json", "radio.xml",
+                           "radio.tree.txt", "radio - Blocks/Contacts_3"}) {
+    SCOPED_TRACE(name);
+    EXPECT_TRUE(fs::exists(dir + "out/" + name));
+    if (std::string(name).find('/') == std::string::npos) {
+      EXPECT_NE(run.out.find(dir + "out/" + name), std::string::npos) << run.out;
+    }
+  }
+  EXPECT_NE(run.out.find("round trip: the unpacked values pack to the same bytes"),
+            std::string::npos);
+  EXPECT_EQ(readText(dir + "out/radio.inspect.txt"), readText(kTestData + "/radio.inspect.txt"));
+  EXPECT_EQ(readBytes(dir + "out/radio.kov"), packSample(dir));
+}
+
+TEST(Kovtool, BadLayoutOrValuesFileExitsTwoNamingThePlace) {
+  std::string dir = scratch();
+  std::string bad = kTestData + "/bad-layout.json";
+  struct Case {
+    std::string args;
+    std::string error;
+  } cases[] = {
+      {"verify " + q(bad), "kovtool: " + bad +
+                               ": /partitions/0/blocks/0/fields/1/bits: must be a whole number "
+                               "from 1 to 32, not 33\n"},
+      {"tree " + q(dir + "none.json"),
+       "kovtool: " + dir + "none.json: can't be read: No such file or directory\n"},
+      {"pack " + q(kLayout) + " " + q(kTestData + "/bad-values.json") + " -o " + q(dir + "x.kov"),
+       "kovtool: " + kTestData +
+           "/bad-values.json: /Zone/1/Members/0/Bank/instance: multi-instance block 'Channel "
+           "bank' has 2 instances in this file\n"},
+      {"unpack " + q(kLayout) + " " + q(dir + "none.kov"),
+       "kovtool: " + dir + "none.kov: can't be read: No such file or directory\n"},
+      {"verify " + q(kTestData + "/unverifiable-layout.json"),
+       "kovtool: " + kTestData +
+           "/unverifiable-layout.json: the layout fails verification: Field 1 must immediately "
+           "precede field 2 (see block B)\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args);
+    ToolRun run = kovtoolIn(c.args);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err, c.error);
+    EXPECT_FALSE(fs::exists(dir + "x.kov"));
+  }
+}
+
+TEST(Kovtool, VerifyPrintsTheLibrarysAdvice) {
+  ToolRun run = kovtoolIn("verify " + q(kTestData + "/advice-layout.json"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err,
+            "note: WARNING: KOV Name field 1 in block B references block 99\n"
+            "      but no layout for that block exists.\n");
+}
+
+TEST(Kovtool, DamagedImagesExitOneWithTheLibrarysText) {
+  std::string dir = scratch();
+  const Bytes image = packSample(dir);
+  // General [1] starts at 0x18, Channel bank [1] at 0x32: its first channel's Kind at data byte 1.
+  Bytes badCrc = image;
+  badCrc[0x18 + 6] ^= 0x01;
+  Bytes cut(image.begin(), image.begin() + 0x30);
+  Bytes unknown = image;
+  unknown[0x18] = 0x7E;
+  Bytes kind3 = image;
+  kind3[0x32 + 7] = 3;
+  fixChecksum(kind3, 0x32);
+  struct Case {
+    const char* what;
+    Bytes bytes;
+    std::string unpackError;
+    std::string inspectLine;
+  } cases[] = {
+      {"bad checksum", badCrc, "kovtool: Block General [1] has an invalid checksum.\n",
+       "0x000018 0x0201    0x0001  20     18    BAD  0xEB5C  General [1] (data gives 0x1B6D)\n"},
+      {"cut short", cut, "kovtool: Block General [1] has an invalid checksum.\n",
+       "0x000018 KOV name 0x02010001 of size 20 runs 2 bytes past the end of the image\n"},
+      {"unknown KOV name", unknown,
+       "kovtool: Unable to find blkID for item with KOV Name = 0x7e010000.\n",
+       "0x000018 0x7E01    0x0001  20     18    good 0xEB5C  (no block of the layout has this KOV "
+       "name)\n"},
+      {"no option for a discriminant", kind3,
+       "kovtool: Union Mode in block Channel bank [1]: no option for discriminant value(s) 3.\n",
+       ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    writeBytes(dir + "bad.kov", c.bytes);
+    ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "bad.kov"));
+    EXPECT_EQ(unpack.status, 1);
+    EXPECT_EQ(unpack.err, c.unpackError);
+    EXPECT_EQ(unpack.out, "");
+    ToolRun inspect = kovtoolIn("inspect " + q(dir + "bad.kov") + " --layout " + q(kLayout));
+    EXPECT_EQ(inspect.status, c.inspectLine.empty() ? 0 : 1);
+    EXPECT_NE(inspect.out.find(c.inspectLine), std::string::npos) << inspect.out;
+  }
+}
+
+TEST(Kovtool, InspectWithoutLayoutReportsTruncatedHeaders) {
+  std::string dir = scratch();
+  writeBytes(dir + "short.kov",
+             {0x00, 0x11, 0x00, 0x02, 0x00, 0x04, 0xAB, 0xC0, 0x18, 0xC8, 0x00, 0x12, 0x00});
+  ToolRun run = kovtoolIn("inspect " + q(dir + "short.kov"));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out,
+            "offset   KOV type  KOV id  size   data  checksum\n"
+            "0x000000 0x0011    0x0002  4      2     good 0x18C8\n"
+            "0x00000A header cut short: 3 bytes left where a header needs 6\n"
+            "1 block instance in 13 bytes; the walk ends early\n");
+}
+
+TEST(Kovtool, LibraryRefusalsOfAPackExitOne) {
+  std::string dir = scratch();
+  std::string layout = readText(kLayout);
+  size_t at = layout.find("\"maxImageSize\": 8192");
+  ASSERT_NE(at, std::string::npos);
+  std::ofstream(dir + "small.json") << layout.replace(at, 20, "\"maxImageSize\": 64");
+  ToolRun run =
+      kovtoolIn("pack " + q(dir + "small.json") + " " + q(kValues) + " -o " + q(dir + "x.kov"));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(
+      run.err,
+      "kovtool: Block Channel bank [1] is too large to fit in the image.\nImage size: 64, blk "
+      "Start: 50, blk Size 51.\n\n");
+  EXPECT_FALSE(fs::exists(dir + "x.kov"));
+}
+
+TEST(Kovtool, QuantityFromABlockTheImageLacksExitsOne) {
+  // Without General the rule gives 0 × 1 + 1 = 1 entry, which packs; the image has no General
+  // to read that quantity from again.
+  std::string dir = scratch();
+  std::ofstream(dir + "v.json") << R"({"Rx groups": {"Rx group list": [{"Group talkgroup": 1}]}})";
+  ASSERT_EQ(
+      kovtoolIn("pack " + q(kLayout) + " " + q(dir + "v.json") + " -o " + q(dir + "x.kov")).status,
+      0);
+  ToolRun run = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "x.kov"));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err,
+            "kovtool: List Rx group list in block Rx groups [1] takes its quantity from block "
+            "General [1], which the image does not hold before it.\n");
+}
+
+}  // namespace
