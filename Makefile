@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps configure build demo test test-sanitize clean
+.PHONY: all deps configure build demo test test-sanitize bench clean
 
 all: build
 
@@ -30,5 +30,15 @@ test-sanitize: deps
 	@cd $(BUILD)-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
 
+# The benchmarks, built for release in their own directory, then the peak memory of the W1 unpack.
+BENCH_FLAGS ?= --benchmark_repetitions=5 --benchmark_min_time=0.2
+bench:
+	@scripts/install-deps --bench
+	@cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DKOV_BUILD_BENCH=ON \
+	  -DKOV_BUILD_TESTS=OFF -DKOV_BUILD_EXAMPLES=OFF >/dev/null
+	@cmake --build $(BUILD)-bench -j $(JOBS) --target kov_bench kov_w1_mem kov_w1_probe
+	@$(BUILD)-bench/bench/kov_bench $(BENCH_FLAGS)
+	@$(BUILD)-bench/bench/kov_w1_mem 30000
+
 clean:
-	rm -rf $(BUILD) $(BUILD)-asan
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-bench
