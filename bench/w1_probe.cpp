@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,12 +18,14 @@ __attribute__((noinline)) void w1ProbePack(const CKovCpLayout* layout, const w1:
   pk.FillImage(layout, image, used, nullptr, 0, 0, 0);
 }
 
+// The unpack is freed by the caller, outside the call, as the benchmark frees it untimed.
 __attribute__((noinline)) void w1ProbeUnpack(const CKovCpLayout* layout,
                                              const std::vector<uint8_t>& image, bool copy,
+                                             std::unique_ptr<CKovUp>& up,
                                              std::vector<w1::Bank>& banks) {
-  CKovUp up(layout, image, "");
-  up.FullUnpack();
-  if (copy) w1::copyOut(up, banks);
+  up = std::make_unique<CKovUp>(layout, image, "");
+  up->FullUnpack();
+  if (copy) w1::copyOut(*up, banks);
 }
 
 int main(int argc, char** argv) {
@@ -51,7 +54,8 @@ int main(int argc, char** argv) {
       }
     } else if (mode == "unpack" || mode == "copy") {
       std::vector<w1::Bank> read;
-      w1ProbeUnpack(layout.get(), image, mode == "copy", read);
+      std::unique_ptr<CKovUp> up;
+      w1ProbeUnpack(layout.get(), image, mode == "copy", up, read);
       if (mode == "copy" && read != banks) {
         std::fprintf(stderr, "kov_w1_probe: the unpack differs from the W1 values\n");
         return 1;
