@@ -27,6 +27,17 @@ uint32_t prevFieldIDOf(const CKovFieldLayout* layout) {
   return parent->GetPrevFieldID(layout->GetFieldID());
 }
 
+// Byte and MSB start of the position offsetInBits behind (entryStartByte, entryMsbStart), both
+// from one step.
+void positionBehind(uint32_t entryStartByte, uint8_t entryMsbStart, uint32_t offsetInBits,
+                    uint32_t& byte, uint8_t& msbStart) {
+  uint32_t b = entryStartByte;
+  uint8_t msb = entryMsbStart;
+  kovUpdateAsPerByteSpread(b, msb, offsetInBits);
+  byte = b;
+  msbStart = msb;
+}
+
 const CKovField* placedField(const KovFieldsMap* fieldsMap, uint32_t id) {
   if (fieldsMap == nullptr) return nullptr;
   const CKovField* const* found = fieldsMap->PLookup(id);
@@ -109,8 +120,7 @@ int CKovField::GetFieldPkBitOffsetFromImageStart(const CKovFieldLayout* layout,
       bitIndex = static_cast<uint32_t>(EndBitIndexOf(prev)) + behind;
       return 1;
     }
-    const CKovFieldLayout* prevLayout =
-        current->GetParentDataLayout()->GetFieldLayout(prevID);
+    const CKovFieldLayout* prevLayout = current->GetParentDataLayout()->GetFieldLayout(prevID);
     if (prevLayout == nullptr) {
       throw new CMevGenException(
           kovFormat("Field layout for field %d not found. Unable to determine "
@@ -137,8 +147,8 @@ int CKovField::GetUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartB
                              uint8_t entryMsbStart, const KovFieldsMap& fieldsMap, uint32_t& byte,
                              uint8_t& msbStart) const {
   if (layout->HasFixedAddr()) {
-    byte = GetFieldStartByte(entryStartByte, entryMsbStart, layout);
-    msbStart = GetFieldStartMsb(entryStartByte, entryMsbStart, layout);
+    positionBehind(entryStartByte, entryMsbStart,
+                   GetNumBitsOffsetFromEntryStart(entryMsbStart, layout), byte, msbStart);
     return 1;
   }
   uint32_t index = 0;
@@ -154,8 +164,8 @@ int CKovField::GetPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fi
                            uint32_t entryStartByte, uint8_t entryMsbStart, uint16_t blkID,
                            uint32_t& byte, uint8_t& msbStart) const {
   if (layout->HasFixedAddr()) {
-    byte = GetFieldStartByte(entryStartByte, entryMsbStart, layout);
-    msbStart = GetFieldStartMsb(entryStartByte, entryMsbStart, layout);
+    positionBehind(entryStartByte, entryMsbStart,
+                   GetNumBitsOffsetFromEntryStart(entryMsbStart, layout), byte, msbStart);
     return 1;
   }
   uint32_t index = 0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 
 #include "kov/image/checksum.h"
@@ -11,6 +12,14 @@ namespace {
 
 // The low numBits bits set; numBits runs 0 to 8 here, far below the width of the type.
 uint32_t lowBitsMask(uint32_t numBits) { return (1u << numBits) - 1u; }
+
+// The numBits bits (32 at most) that follow the first skip bits of the span bytes at bytes
+// (span 5 at most: skip + numBits <= 39), most significant first.
+uint64_t spanBits(const uint8_t* bytes, uint32_t span, uint32_t skip, uint32_t numBits) {
+  uint64_t word = 0;
+  for (uint32_t i = 0; i < span; ++i) word = (word << 8) | bytes[i];
+  return (word >> (span * 8 - skip - numBits)) & ((uint64_t{1} << numBits) - 1);
+}
 
 }  // namespace
 
@@ -66,8 +75,15 @@ int CKovImage::GetBytes(uint32_t start, uint32_t numBytes, std::vector<uint8_t>&
 
 int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint32_t& value) const {
   value = 0;
-  uint8_t byte = 0;
-  if (numBits > 32 || msbStart > 7 || !GetByte(start, byte)) return 0;
+  if (numBits > 32 || msbStart > 7 || start >= m_size) return 0;
+  // The bits lie in the span bytes from start; inside the image they are read in one go.
+  const uint32_t skip = 7u - msbStart;
+  const uint32_t span = (skip + numBits + 7) / 8;  // 5 at most
+  if (span <= m_size - start) {
+    value = static_cast<uint32_t>(spanBits(m_bytes.get() + start, span, skip, numBits));
+    return 1;
+  }
+  uint8_t byte = m_bytes[start];
   const uint32_t bitsInFirst = msbStart + 1u;
   if (numBits <= bitsInFirst) {
     value = kovExtractBits(byte, msbStart, numBits);
@@ -139,10 +155,21 @@ void CKovImage::SetAt(uint32_t index, uint32_t value, uint8_t numBytes) {
 
 int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart, uint32_t value,
                         uint8_t numBits) {
-  uint8_t byte = 0;
-  if (image == nullptr || numBits > 32 || msbStart > 7 || !image->GetByte(startByte, byte)) {
-    return 0;
+  if (image == nullptr || numBits > 32 || msbStart > 7 || startByte >= image->m_size) return 0;
+  const uint32_t skip = 7u - msbStart;
+  const uint32_t span = (skip + numBits + 7) / 8;  // 5 at most
+  if (span <= image->m_size - startByte) {
+    // The whole field lies in the image: merge it into its bytes in one go.
+    uint8_t* at = image->m_bytes.get() + startByte;
+    const uint32_t shift = span * 8 - skip - numBits;  // bits behind the field in its last byte
+    const uint64_t mask = ((uint64_t{1} << numBits) - 1) << shift;
+    uint64_t word = 0;
+    for (uint32_t i = 0; i < span; ++i) word = (word << 8) | at[i];
+    word = (word & ~mask) | ((uint64_t{value} << shift) & mask);
+    for (uint32_t i = span; i-- > 0; word >>= 8) at[i] = static_cast<uint8_t>(word);
+    return 1;
   }
+  uint8_t byte = image->m_bytes[startByte];
   // The first byte takes the value's top bits, as many as fit from msbStart down to bit 0.
   const uint32_t bitsInFirst = std::min<uint32_t>(msbStart + 1u, numBits);
   kovInsertBitsInByte(byte, msbStart, bitsInFirst,
@@ -151,7 +178,8 @@ int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart, 
   uint32_t bitsLeft = numBits - bitsInFirst;
   uint32_t index = startByte;
   // At most four more bytes, numBits being at most 32. Each is read, changed and stored whole,
-  // so the bits of a neighbouring field in the last byte survive.
+  // so the bits of a neighbouring field in the last byte survive. The field runs off the end
+  // here: the bytes inside the image are written, then the write fails.
   while (bitsLeft > 0) {
     if (!image->GetByte(++index, byte)) return 0;
     const uint32_t take = std::min<uint32_t>(8, bitsLeft);
@@ -179,28 +207,22 @@ int kovInsertBitsInByte(uint8_t& byte, uint32_t msb, uint32_t numBits, uint32_t 
 }
 
 void kovUpdateAsPerByteSpread(uint32_t& byteOffset, uint8_t& msbStart, uint32_t numBits) {
-  if (msbStart == 7) {
-    byteOffset += numBits >> 3;
-    msbStart = static_cast<uint8_t>(7 - (numBits & 7));
-  } else if (numBits > msbStart + 1u) {
-    // Past the rest of this byte: x bits remain, counted from bit 7 of the next byte.
-    const uint32_t x = numBits - msbStart - 1u;
-    byteOffset += (x >> 3) + 1;
-    msbStart = static_cast<uint8_t>(7 - (x & 7));
-  } else if (numBits == msbStart + 1u) {
-    byteOffset += 1;
-    msbStart = 7;
-  } else {
-    msbStart = static_cast<uint8_t>(msbStart - numBits);
-  }
+  // On the linear bit index: L = byte × 8 + 7 − MSB, moved on by numBits. A byte offset beyond
+  // 32 bits wraps around, as adding whole bytes to it would.
+  const uint64_t index = uint64_t{byteOffset} * 8 + (7u - msbStart) + numBits;
+  byteOffset = static_cast<uint32_t>(index >> 3);
+  msbStart = static_cast<uint8_t>(7 - (index & 7));
 }
 
 uint32_t kovNumBitsRequiredToStoreValue(uint32_t value) {
-  uint32_t numBits = 0;
-  do {
-    ++numBits;
-    value >>= 1;
-  } while (value != 0);
+  // Halves the width still in question at each step: 1 + the index of the highest bit set.
+  uint32_t numBits = 1;
+  for (uint32_t step : {16u, 8u, 4u, 2u, 1u}) {
+    if ((value >> step) != 0) {
+      numBits += step;
+      value >>= step;
+    }
+  }
   return numBits;
 }
 
