@@ -1,5 +1,7 @@
 #include "kov/fields/strfield.h"
 
+#include <cstring>
+
 #include "kov/image/image.h"
 #include "kov/layout/charfieldlayout.h"
 #include "kov/layout/strfieldlayout.h"
@@ -24,7 +26,9 @@ bool isPackableCharType(uint32_t charType) {
 }  // namespace
 
 CKovStrField::CKovStrField(const char* text, uint32_t fieldID, uint32_t imageSize)
-    : CKovField(fieldID), charType(CKovCharFieldLayout::Char8Bit), text(text != nullptr ? text : "") {
+    : CKovField(fieldID),
+      charType(CKovCharFieldLayout::Char8Bit),
+      text(text != nullptr ? text : "") {
   this->imageSize = imageSize;
 }
 
@@ -75,11 +79,19 @@ CKovStrField::CKovStrField(const CKovUp* up, uint32_t entryStartByte, uint8_t en
 }
 
 std::string CKovStrField::GetValue() const {
+  const char* chars = nullptr;
+  size_t numChars = ValueChars(chars);
+  return std::string(chars, numChars);
+}
+
+size_t CKovStrField::ValueChars(const char*& chars) const {
   if (!isPackableCharType(charType)) {
     kovMessageBox("Unicode not supportted");
-    return std::string();
+    chars = "";
+    return 0;
   }
-  return std::string(text.c_str());
+  chars = text.c_str();
+  return std::strlen(chars);
 }
 
 PkStatus CKovStrField::WriteToImage(const CKovPk*, CKovImage* image, uint32_t entryStartByte,
@@ -105,20 +117,25 @@ int CKovStrField::CanValueFitAsPerLayout(const CKovFieldLayout* layout) const {
   const CKovStrFieldLayout* strLayout = asStrLayout(layout);
   if (strLayout == nullptr) return 0;
   uint32_t t = strLayout->GetCharType();
-  std::string s = GetValue();
-  std::string tooLong = kovFormat("Str %s (with charLength = %d) can not be stored in %d bits",
-                                  s.c_str(), static_cast<int>(t), layout->GetLengthInBits());
-  if (uint64_t{s.size()} * t > layout->GetLengthInBits()) {
-    kovMessageBox(tooLong);
+  const char* chars = nullptr;
+  size_t numChars = ValueChars(chars);
+  // The texts are built only for a value that does not fit.
+  auto tooLong = [&]() {
+    return kovFormat("Str %s (with charLength = %d) can not be stored in %d bits",
+                     std::string(chars, numChars).c_str(), static_cast<int>(t),
+                     layout->GetLengthInBits());
+  };
+  if (uint64_t{numChars} * t > layout->GetLengthInBits()) {
+    kovMessageBox(tooLong());
     return 0;
   }
-  for (char ch : s) {
-    uint8_t c = static_cast<uint8_t>(ch);
+  for (size_t i = 0; i < numChars; ++i) {
+    uint8_t c = static_cast<uint8_t>(chars[i]);
     if (t == CKovCharFieldLayout::Char4Bit) c = static_cast<uint8_t>(c - kDigitZero);
     if (kovNumBitsRequiredToStoreValue(c) > t) {
-      kovMessageBox(kovFormat("Str %s has char %c that can not be stored in %d bits", s.c_str(), c,
-                              static_cast<int>(t)));
-      kovMessageBox(tooLong);
+      kovMessageBox(kovFormat("Str %s has char %c that can not be stored in %d bits",
+                              std::string(chars, numChars).c_str(), c, static_cast<int>(t)));
+      kovMessageBox(tooLong());
       return 0;
     }
   }
@@ -132,11 +149,12 @@ int CKovStrField::WriteFieldDataToImage(CKovImage* image, const CKovFieldLayout*
   if (!isPackableCharType(t)) return 0;
   uint32_t n = strLayout->GetNumberOfChars();
   imageSize = n * t;
-  std::string s = GetValue();
+  const char* chars = nullptr;
+  size_t numChars = ValueChars(chars);
   uint32_t byte = byteOffsetInImage;
   uint8_t msb = startMsbInImage;
-  for (size_t i = 0; i < s.size() && i < n; ++i) {
-    uint8_t c = static_cast<uint8_t>(s[i]);
+  for (size_t i = 0; i < numChars && i < n; ++i) {
+    uint8_t c = static_cast<uint8_t>(chars[i]);
     if (t == CKovCharFieldLayout::Char4Bit) c = static_cast<uint8_t>(c - kDigitZero);
     if (!kovWriteBitsToImage(image, byte, msb, c, static_cast<uint8_t>(t))) return 0;
     kovUpdateAsPerByteSpread(byte, msb, t);

@@ -13,6 +13,7 @@
 #ifndef KOV_FIELDS_STRFIELD_H
 #define KOV_FIELDS_STRFIELD_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -35,8 +36,8 @@ class CKovStrField : public CKovField {
 
   PkStatus WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
                         uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
-                        const CKovFieldLayout* layout, const CKovCpLayout* cpLayout,
-                        uint16_t blkID, int instance) const override;
+                        const CKovFieldLayout* layout, const CKovCpLayout* cpLayout, uint16_t blkID,
+                        int instance) const override;
   int CanValueFitAsPerLayout(const CKovFieldLayout* layout) const override;
 
   using CKovField::PatchFieldInImage;
@@ -46,10 +47,13 @@ class CKovStrField : public CKovField {
 
  protected:
   int WriteFieldDataToImage(CKovImage* image, const CKovFieldLayout* layout) const;
+  // What GetValue gives, without a copy: chars points at the text (valid while the field lives)
+  // and the result is its length. Shows the same message as GetValue.
+  size_t ValueChars(const char*& chars) const;
 
   uint32_t charType;  // a CKovCharFieldLayout::CharType value
   uint32_t maxNumOfChars = 0;
-  std::string text;   // every slot read, NULs included; GetValue stops at the first NUL
+  std::string text;  // every slot read, NULs included; GetValue stops at the first NUL
 };
 
 #endif  // KOV_FIELDS_STRFIELD_H
