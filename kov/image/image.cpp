@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <initializer_list>
 #include <limits>
 
 #include "kov/image/checksum.h"
@@ -13,12 +12,48 @@ namespace {
 // The low numBits bits set; numBits runs 0 to 8 here, far below the width of the type.
 uint32_t lowBitsMask(uint32_t numBits) { return (1u << numBits) - 1u; }
 
-// The numBits bits (32 at most) that follow the first skip bits of the span bytes at bytes
-// (span 5 at most: skip + numBits <= 39), most significant first.
-uint64_t spanBits(const uint8_t* bytes, uint32_t span, uint32_t skip, uint32_t numBits) {
+// The n bytes (8 at most) at bytes as one big-endian number.
+uint64_t loadBE(const uint8_t* bytes, uint32_t n) {
   uint64_t word = 0;
-  for (uint32_t i = 0; i < span; ++i) word = (word << 8) | bytes[i];
-  return (word >> (span * 8 - skip - numBits)) & ((uint64_t{1} << numBits) - 1);
+  for (uint32_t i = 0; i < n; ++i) word = (word << 8) | bytes[i];
+  return word;
+}
+
+// Eight bytes, in a form the compiler turns into one load or store and a byte swap.
+uint64_t loadU64BE(const uint8_t* bytes) {
+  return uint64_t{bytes[0]} << 56 | uint64_t{bytes[1]} << 48 | uint64_t{bytes[2]} << 40 |
+         uint64_t{bytes[3]} << 32 | uint64_t{bytes[4]} << 24 | uint64_t{bytes[5]} << 16 |
+         uint64_t{bytes[6]} << 8 | uint64_t{bytes[7]};
+}
+
+void storeU64BE(uint8_t* bytes, uint64_t word) {
+  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(word >> (56 - 8 * i));
+}
+
+// The bit writer for a field that runs off the end of the image, a byte at a time: the bytes
+// inside the image are written, then the write fails. Kept out of line, so that the common
+// road of kovWriteBitsToImage stays short.
+[[gnu::noinline]] int writeBitsByteByByte(CKovImage* image, uint32_t startByte, uint8_t msbStart,
+                                          uint32_t value, uint8_t numBits) {
+  uint8_t byte = 0;
+  image->GetByte(startByte, byte);
+  // The first byte takes the value's top bits, as many as fit from msbStart down to bit 0.
+  const uint32_t bitsInFirst = std::min<uint32_t>(msbStart + 1u, numBits);
+  kovInsertBitsInByte(byte, msbStart, bitsInFirst,
+                      kovExtractBits(value, numBits - 1u, bitsInFirst));
+  image->SetAt(startByte, byte);
+  uint32_t bitsLeft = numBits - bitsInFirst;
+  uint32_t index = startByte;
+  // At most four more bytes, numBits being at most 32. Each is read, changed and stored whole,
+  // so the bits of a neighbouring field in the last byte survive.
+  while (bitsLeft > 0) {
+    if (!image->GetByte(++index, byte)) return 0;
+    const uint32_t take = std::min<uint32_t>(8, bitsLeft);
+    kovInsertBitsInByte(byte, 7, take, kovExtractBits(value, bitsLeft - 1u, take));
+    image->SetAt(index, byte);
+    bitsLeft -= take;
+  }
+  return 1;
 }
 
 }  // namespace
@@ -79,8 +114,13 @@ int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint
   // The bits lie in the span bytes from start; inside the image they are read in one go.
   const uint32_t skip = 7u - msbStart;
   const uint32_t span = (skip + numBits + 7) / 8;  // 5 at most
+  if (numBits == 0) return 1;
   if (span <= m_size - start) {
-    value = static_cast<uint32_t>(spanBits(m_bytes.get() + start, span, skip, numBits));
+    const uint8_t* at = m_bytes.get() + start;
+    const uint32_t window = m_size - start >= 8 ? 8 : span;
+    const uint64_t word = window == 8 ? loadU64BE(at) : loadBE(at, window);
+    const uint32_t shift = window * 8 - skip - numBits;  // below 64, numBits being 1 or more
+    value = static_cast<uint32_t>((word >> shift) & ((uint64_t{1} << numBits) - 1));
     return 1;
   }
   uint8_t byte = m_bytes[start];
@@ -156,38 +196,27 @@ void CKovImage::SetAt(uint32_t index, uint32_t value, uint8_t numBytes) {
 int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart, uint32_t value,
                         uint8_t numBits) {
   if (image == nullptr || numBits > 32 || msbStart > 7 || startByte >= image->m_size) return 0;
+  if (numBits == 0) return 1;
   const uint32_t skip = 7u - msbStart;
   const uint32_t span = (skip + numBits + 7) / 8;  // 5 at most
   if (span <= image->m_size - startByte) {
-    // The whole field lies in the image: merge it into its bytes in one go.
+    // The whole field lies in the image: merge it into its bytes in one go, through a window of
+    // 8 bytes where the image has them.
     uint8_t* at = image->m_bytes.get() + startByte;
-    const uint32_t shift = span * 8 - skip - numBits;  // bits behind the field in its last byte
+    const uint32_t window = image->m_size - startByte >= 8 ? 8 : span;
+    // Bits of the window behind the field: below 64, numBits being 1 or more.
+    const uint32_t shift = window * 8 - skip - numBits;
     const uint64_t mask = ((uint64_t{1} << numBits) - 1) << shift;
-    uint64_t word = 0;
-    for (uint32_t i = 0; i < span; ++i) word = (word << 8) | at[i];
+    uint64_t word = window == 8 ? loadU64BE(at) : loadBE(at, window);
     word = (word & ~mask) | ((uint64_t{value} << shift) & mask);
-    for (uint32_t i = span; i-- > 0; word >>= 8) at[i] = static_cast<uint8_t>(word);
+    if (window == 8) {
+      storeU64BE(at, word);
+    } else {
+      for (uint32_t i = window; i-- > 0; word >>= 8) at[i] = static_cast<uint8_t>(word);
+    }
     return 1;
   }
-  uint8_t byte = image->m_bytes[startByte];
-  // The first byte takes the value's top bits, as many as fit from msbStart down to bit 0.
-  const uint32_t bitsInFirst = std::min<uint32_t>(msbStart + 1u, numBits);
-  kovInsertBitsInByte(byte, msbStart, bitsInFirst,
-                      kovExtractBits(value, numBits - 1u, bitsInFirst));
-  image->SetAt(startByte, byte);
-  uint32_t bitsLeft = numBits - bitsInFirst;
-  uint32_t index = startByte;
-  // At most four more bytes, numBits being at most 32. Each is read, changed and stored whole,
-  // so the bits of a neighbouring field in the last byte survive. The field runs off the end
-  // here: the bytes inside the image are written, then the write fails.
-  while (bitsLeft > 0) {
-    if (!image->GetByte(++index, byte)) return 0;
-    const uint32_t take = std::min<uint32_t>(8, bitsLeft);
-    kovInsertBitsInByte(byte, 7, take, kovExtractBits(value, bitsLeft - 1u, take));
-    image->SetAt(index, byte);
-    bitsLeft -= take;
-  }
-  return 1;
+  return writeBitsByteByByte(image, startByte, msbStart, value, numBits);
 }
 
 uint32_t kovExtractBits(uint32_t word, uint32_t msb, uint32_t numBits) {
@@ -217,13 +246,23 @@ void kovUpdateAsPerByteSpread(uint32_t& byteOffset, uint8_t& msbStart, uint32_t 
 uint32_t kovNumBitsRequiredToStoreValue(uint32_t value) {
   // Halves the width still in question at each step: 1 + the index of the highest bit set.
   uint32_t numBits = 1;
-  for (uint32_t step : {16u, 8u, 4u, 2u, 1u}) {
-    if ((value >> step) != 0) {
-      numBits += step;
-      value >>= step;
-    }
+  if ((value >> 16) != 0) {
+    numBits += 16;
+    value >>= 16;
   }
-  return numBits;
+  if ((value >> 8) != 0) {
+    numBits += 8;
+    value >>= 8;
+  }
+  if ((value >> 4) != 0) {
+    numBits += 4;
+    value >>= 4;
+  }
+  if ((value >> 2) != 0) {
+    numBits += 2;
+    value >>= 2;
+  }
+  return numBits + (value >> 1);
 }
 
 uint32_t kovGetKovName(uint16_t type, uint16_t id) {
