@@ -129,7 +129,8 @@ int CKovStrField::CanValueFitAsPerLayout(const CKovFieldLayout* layout) const {
     kovMessageBox(tooLong());
     return 0;
   }
-  for (size_t i = 0; i < numChars; ++i) {
+  // A slot of 8 bits or more holds any character.
+  for (size_t i = 0; t < 8 && i < numChars; ++i) {
     uint8_t c = static_cast<uint8_t>(chars[i]);
     if (t == CKovCharFieldLayout::Char4Bit) c = static_cast<uint8_t>(c - kDigitZero);
     if (kovNumBitsRequiredToStoreValue(c) > t) {
@@ -153,6 +154,14 @@ int CKovStrField::WriteFieldDataToImage(CKovImage* image, const CKovFieldLayout*
   size_t numChars = ValueChars(chars);
   uint32_t byte = byteOffsetInImage;
   uint8_t msb = startMsbInImage;
+  size_t toWrite = numChars < n ? numChars : n;
+  if (t == CKovCharFieldLayout::Char8Bit && msb == 7 && byte <= image->GetSize() &&
+      toWrite <= image->GetSize() - byte) {
+    // Whole bytes inside the image: the characters go in as they are.
+    for (size_t i = 0; i < toWrite; ++i)
+      image->SetAt(byte + static_cast<uint32_t>(i), static_cast<uint8_t>(chars[i]));
+    return 1;
+  }
   for (size_t i = 0; i < numChars && i < n; ++i) {
     uint8_t c = static_cast<uint8_t>(chars[i]);
     if (t == CKovCharFieldLayout::Char4Bit) c = static_cast<uint8_t>(c - kDigitZero);
