@@ -21,6 +21,7 @@
 #define KOV_FIELDS_FIELD_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "kov/platform/kovmap.h"
@@ -78,14 +79,14 @@ class CKovField {
   // Writes the value at an address found by the pack's patch stage and records that address.
   // Numbers and KOV names override it; every other kind answers PkFailed. Never throws.
   virtual PkStatus PatchFieldInImage(const CKovPk* pk, CKovImage* image,
-                                     const CKovFieldLayout* layout, uint32_t byte,
-                                     uint8_t msbStart, uint16_t blkID, int instance) const;
+                                     const CKovFieldLayout* layout, uint32_t byte, uint8_t msbStart,
+                                     uint16_t blkID, int instance) const;
 
   // 1 when the field, placed at (byte, msbStart), would end behind the linear bit lastBit.
   virtual int FieldOutsideBlkData(const CKovFieldLayout* layout, uint32_t byte, uint8_t msbStart,
                                   uint32_t lastBit) const;
 
-  std::string GetFieldName() const { return fieldName; }
+  std::string GetFieldName() const { return *fieldName; }
   uint32_t GetFieldID() const { return fieldID; }
   uint32_t GetByteOffsetInImage() const { return byteOffsetInImage; }
   uint8_t GetStartMsbInImage() const { return startMsbInImage; }
@@ -131,7 +132,8 @@ class CKovField {
   // Linear bit index just behind a placed field.
   static uint64_t EndBitIndexOf(const CKovField* field);
 
-  std::string fieldName;
+  // The name as it was when the field was made, shared with the string resources.
+  std::shared_ptr<const std::string> fieldName;
   uint32_t fieldID;
   // Where the field went and how many bits it takes: a record kept by the const writers.
   mutable uint32_t byteOffsetInImage = 0;

@@ -42,8 +42,7 @@ CKovListField::CKovListField(uint32_t fieldID, uint32_t listEntryQty, uint16_t m
       maxLeq(maxLeq),
       pkEntryList(pkEntryList != nullptr ? pkEntryList : new CKovPkEntryList()) {}
 
-CKovListField::CKovListField(uint32_t fieldID, uint32_t listEntryQty,
-                             CKovUpEntryList* upEntryList)
+CKovListField::CKovListField(uint32_t fieldID, uint32_t listEntryQty, CKovUpEntryList* upEntryList)
     : CKovComplexField(fieldID),
       listID(fieldID),
       listEntryQty(listEntryQty),
@@ -88,7 +87,6 @@ CKovUpEntryList* CKovListField::GetUpEntryList(const CKovUpDistKLSBlkInst*) {
   return upEntryList.get();
 }
 
-
 PkStatus CKovListField::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
                                      uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
                                      const CKovFieldLayout* layout, const CKovCpLayout* cpLayout,
@@ -126,15 +124,14 @@ PkStatus CKovListField::PatchFieldInImage(const CKovPk* pk, CKovImage* image,
 }
 
 int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
-                                         KovFieldsMap* fieldsMap,
-                                         const CKovListFieldLayout* layout,
+                                         KovFieldsMap* fieldsMap, const CKovListFieldLayout* layout,
                                          const CKovCpLayout* cpLayout, uint16_t blkID,
                                          int instance) const {
   int count = pkEntryList ? pkEntryList->GetCount() : 0;
   if (static_cast<uint32_t>(count) != listEntryQty) {
     throw new CMevGenException(
         kovFormat("Number of entries in List field %s does not match pack quantity of %d.",
-                  fieldName.c_str(), static_cast<int>(listEntryQty)),
+                  fieldName->c_str(), static_cast<int>(listEntryQty)),
         0);
   }
   if (!pkEntryList) return 1;
@@ -148,9 +145,9 @@ int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
   return 1;
 }
 
-int CKovListField::WriteLeqToImage(const CKovPk* pk, CKovImage* image,
-                                   const CKovCpLayout* cpLayout, uint32_t entryStartByte,
-                                   uint8_t entryMsbStart, KovFieldsMap* fieldsMap, uint16_t blkID,
+int CKovListField::WriteLeqToImage(const CKovPk* pk, CKovImage* image, const CKovCpLayout* cpLayout,
+                                   uint32_t entryStartByte, uint8_t entryMsbStart,
+                                   KovFieldsMap* fieldsMap, uint16_t blkID,
                                    const CKovListFieldLayout* layout, int instance) const {
   if (!layout->HasSplitLEQ()) {
     const CKovDataLayout* parent = layout->GetParentDataLayout();
@@ -178,7 +175,7 @@ void CKovListField::AddLeqFieldToPatchMap(const CKovPk* pk, const CKovCpLayout* 
       cpLayout != nullptr ? cpLayout->GetFieldLayout(leqBlkID, layout->GetLeqID()) : nullptr;
   if (leqLayout == nullptr) {
     throw new CMevGenException(
-        kovFormat("Field layout for LEQ field referenced by list %s not found", fieldName.c_str()),
+        kovFormat("Field layout for LEQ field referenced by list %s not found", fieldName->c_str()),
         0);
   }
   const CKovBlkLayout* leqBlk = cpLayout->GetBlkLayout(leqBlkID);
@@ -188,7 +185,7 @@ void CKovListField::AddLeqFieldToPatchMap(const CKovPk* pk, const CKovCpLayout* 
     if (ownBlk == nullptr || !ownBlk->IsMultiInstanceBlk()) {
       throw new CMevGenException(kovFormat("Anchor field (%s) in Single Instance block references "
                                            "split field in Multiple Instance block.",
-                                           fieldName.c_str()),
+                                           fieldName->c_str()),
                                  0);
     }
     leqInstance = instance;
@@ -197,7 +194,7 @@ void CKovListField::AddLeqFieldToPatchMap(const CKovPk* pk, const CKovCpLayout* 
   if (bits > 32 || kovNumBitsRequiredToStoreValue(listEntryQty) > bits) {
     throw new CMevGenException(kovFormat("LEQ %u of list %s does not fit in the %u bits of its "
                                          "LEQ field.",
-                                         listEntryQty, fieldName.c_str(), bits),
+                                         listEntryQty, fieldName->c_str(), bits),
                                0);
   }
   auto leq = std::make_unique<CKovNumField>(listEntryQty, layout->GetLeqID(), bits);
@@ -205,7 +202,6 @@ void CKovListField::AddLeqFieldToPatchMap(const CKovPk* pk, const CKovCpLayout* 
                               static_cast<uint16_t>(leqInstance), true);
   leq.release();
 }
-
 
 bool CKovListField::UnpackLEQ(const CKovUp* up, const CKovListFieldLayout* layout,
                               const CKovBlkLayout* blkLayout, const KovFieldsMap& fieldsMap,
@@ -282,8 +278,8 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
     if (blkLayout->IsDistKLS()) {
       // A listlet has no LED size of its own: it stands in the list's header block instance.
       ledFields = nullptr;
-      uint16_t hdrID = static_cast<uint16_t>(
-          static_cast<const CKovKLSBlkLayout*>(blkLayout)->GetHdrBlkID());
+      uint16_t hdrID =
+          static_cast<uint16_t>(static_cast<const CKovKLSBlkLayout*>(blkLayout)->GetHdrBlkID());
       const KovUpBlkInstArr* const* hdrs = up->GetUpBlksList().PLookup(hdrID);
       if (hdrs != nullptr && *hdrs != nullptr && instance < (*hdrs)->size() &&
           (**hdrs)[instance] != nullptr) {
@@ -315,8 +311,7 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
     throw new CMevGenException(
         kovFormat("List %d in block %s [%d] holds %u entries of %u bits, which run past the end "
                   "of the image.",
-                  fieldID, blkLayout->GetBlkName().c_str(), instance, listEntryQty,
-                  entrySzInBits),
+                  fieldID, blkLayout->GetBlkName().c_str(), instance, listEntryQty, entrySzInBits),
         0);
   }
   uint32_t byte = byteOffsetInImage;
@@ -324,10 +319,9 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
   // Bounded by listEntryQty, which the test above holds to the bits of the image.
   for (uint32_t i = 0; i < listEntryQty; ++i) {
     up->XmlAddStartTagLine("<LED>");
-    std::unique_ptr<CKovUpEntry> entry(new CKovUpEntry(up, byte, msb, patchMap, instance,
-                                                       layout->GetDataLayout(), blkLayout,
-                                                       static_cast<uint32_t>(entryLast), fieldsMap,
-                                                       status));
+    std::unique_ptr<CKovUpEntry> entry(
+        new CKovUpEntry(up, byte, msb, patchMap, instance, layout->GetDataLayout(), blkLayout,
+                        static_cast<uint32_t>(entryLast), fieldsMap, status));
     if (status != UpDone) {
       if (!blkLayout->IsKLSBlk()) return;
       // The entries of a KLS list may be shorter than their layout.
