@@ -172,6 +172,16 @@ class CKovMap {
     if (m_index != nullptr) std::memset(m_index, 0, indexSize() * sizeof(Node*));
   }
 
+  // Makes room for count keys in all, so that the keys up to that many take their space in one
+  // block; a map that already holds keys, or has held them, is left alone. Never throws but for
+  // exhausted memory.
+  void Reserve(size_t count) {
+    if (m_firstBlock != nullptr || count == 0) return;
+    reserveIndexFor(count);
+    size_t capacity = count < kFirstBlockNodes ? kFirstBlockNodes : count;
+    addBlock(static_cast<uint32_t>(capacity < kMaxBlockNodes ? capacity : kMaxBlockNodes));
+  }
+
   int GetCount() const { return static_cast<int>(m_count); }
   size_t size() const { return m_count; }
   bool IsEmpty() const { return m_count == 0; }
@@ -264,6 +274,7 @@ class CKovMap {
   void reserveIndexFor(size_t count) {
     if (m_index == nullptr ? count <= kScanLimit : count <= indexSize()) return;
     uint32_t bits = m_index == nullptr ? kFirstIndexBits : m_indexBits + 1;
+    while ((size_t{1} << bits) < count) ++bits;
     Node** index = new Node*[size_t{1} << bits]();
     delete[] m_index;
     m_index = index;
@@ -284,17 +295,21 @@ class CKovMap {
     }
     if (m_block == nullptr || m_block->used == m_block->capacity) {
       uint32_t capacity = m_block == nullptr ? kFirstBlockNodes : m_block->capacity * 2;
-      if (capacity > kMaxBlockNodes) capacity = kMaxBlockNodes;
-      void* memory = ::operator new (kBlockHdrSz + size_t{capacity} * sizeof(Node));
-      Block* block = new (memory) Block{nullptr, capacity, 0};
-      if (m_block == nullptr) {
-        m_firstBlock = block;
-      } else {
-        m_block->newer = block;
-      }
-      m_block = block;
+      addBlock(capacity < kMaxBlockNodes ? capacity : kMaxBlockNodes);
     }
     return nodesOf(m_block) + m_block->used++;
+  }
+
+  // Appends an empty block of capacity nodes and takes new nodes from it.
+  void addBlock(uint32_t capacity) {
+    void* memory = ::operator new (kBlockHdrSz + size_t{capacity} * sizeof(Node));
+    Block* block = new (memory) Block{nullptr, capacity, 0};
+    if (m_block == nullptr) {
+      m_firstBlock = block;
+    } else {
+      m_block->newer = block;
+    }
+    m_block = block;
   }
 
   // Returns the slot of a node whose construction failed; it was the last one taken.
