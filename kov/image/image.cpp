@@ -30,6 +30,34 @@ void storeU64BE(uint8_t* bytes, uint64_t word) {
   for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(word >> (56 - 8 * i));
 }
 
+// The bit reader for a field that runs off the end of the image, a byte at a time (see
+// GetBytes for what it leaves in value). Out of line, like writeBitsByteByByte.
+[[gnu::noinline]] int readBitsByteByByte(const CKovImage& image, uint32_t start, uint8_t msbStart,
+                                         uint32_t numBits, uint32_t& value) {
+  uint8_t byte = 0;
+  image.GetByte(start, byte);
+  const uint32_t bitsInFirst = msbStart + 1u;
+  if (numBits <= bitsInFirst) {
+    value = kovExtractBits(byte, msbStart, numBits);
+    return 1;
+  }
+  value = byte & lowBitsMask(bitsInFirst);
+  uint32_t bitsLeft = numBits - bitsInFirst;
+  uint32_t index = start;
+  // At most four more bytes, numBits being at most 32. A successful GetByte means index < size,
+  // so ++index cannot wrap.
+  while (bitsLeft >= 8) {
+    value <<= 8;
+    if (!image.GetByte(++index, byte)) return 0;
+    value |= byte;
+    bitsLeft -= 8;
+  }
+  if (bitsLeft == 0) return 1;
+  if (!image.GetByte(++index, byte)) return 0;
+  value = (value << bitsLeft) | (static_cast<uint32_t>(byte) >> (8 - bitsLeft));
+  return 1;
+}
+
 // The bit writer for a field that runs off the end of the image, a byte at a time: the bytes
 // inside the image are written, then the write fails. Kept out of line, so that the common
 // road of kovWriteBitsToImage stays short.
@@ -123,27 +151,7 @@ int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint
     value = static_cast<uint32_t>((word >> shift) & ((uint64_t{1} << numBits) - 1));
     return 1;
   }
-  uint8_t byte = m_bytes[start];
-  const uint32_t bitsInFirst = msbStart + 1u;
-  if (numBits <= bitsInFirst) {
-    value = kovExtractBits(byte, msbStart, numBits);
-    return 1;
-  }
-  value = byte & lowBitsMask(bitsInFirst);
-  uint32_t bitsLeft = numBits - bitsInFirst;
-  uint32_t index = start;
-  // At most four more bytes, numBits being at most 32. A successful GetByte means index < size,
-  // so ++index cannot wrap.
-  while (bitsLeft >= 8) {
-    value <<= 8;
-    if (!GetByte(++index, byte)) return 0;
-    value |= byte;
-    bitsLeft -= 8;
-  }
-  if (bitsLeft == 0) return 1;
-  if (!GetByte(++index, byte)) return 0;
-  value = (value << bitsLeft) | (static_cast<uint32_t>(byte) >> (8 - bitsLeft));
-  return 1;
+  return readBitsByteByByte(*this, start, msbStart, numBits, value);
 }
 
 int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint16_t& value) const {
