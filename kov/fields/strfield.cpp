@@ -58,12 +58,30 @@ CKovStrField::CKovStrField(const CKovUp* up, uint32_t entryStartByte, uint8_t en
   status = UpDone;
   uint32_t byte = byteOffsetInImage;
   uint8_t msb = startMsbInImage;
+  const CKovImage* image = up->GetImage();
+  if (t == CKovCharFieldLayout::Char8Bit && msb == 7) {
+    // Whole bytes: slot i ends at bit (byte + i) × 8 + 7, so the slots up to lastBit are the
+    // bytes up to (lastBit − 7) / 8; where those lie inside the image they are taken as they are.
+    uint64_t lastByte = lastBit >= 7 ? (uint64_t{lastBit} - 7) / 8 : 0;
+    uint64_t fit = lastBit < 7 || lastByte < byte ? 0 : lastByte - byte + 1;
+    if (fit > n) fit = n;
+    if (byte <= image->GetSize() && fit <= image->GetSize() - byte) {
+      text.assign(reinterpret_cast<const char*>(image->GetBytesArray()) + byte,
+                  static_cast<size_t>(fit));
+      if (text.empty()) {
+        status = UpOutsideBlkData;
+        return;
+      }
+      up->XmlAddPrimitiveField(this, layout);
+      return;
+    }
+  }
   // Bounded by n, and by lastBit: a slot that would end behind it ends the string.
   for (uint32_t i = 0; i < n; ++i) {
     uint64_t slotLastBit = uint64_t{byte} * 8 + 7 - msb + t - 1;
     if (slotLastBit > lastBit) break;
     uint8_t c = 0;
-    if (!up->GetImage()->GetBytes(byte, msb, t, c)) {
+    if (!image->GetBytes(byte, msb, t, c)) {
       status = UpFailed;
       return;
     }
