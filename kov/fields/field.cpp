@@ -28,14 +28,12 @@ uint32_t prevFieldIDOf(const CKovFieldLayout* layout) {
 }
 
 // Byte and MSB start of the position offsetInBits behind (entryStartByte, entryMsbStart), both
-// from one step.
+// from one step on the linear bit index, as kovUpdateAsPerByteSpread takes it.
 void positionBehind(uint32_t entryStartByte, uint8_t entryMsbStart, uint32_t offsetInBits,
                     uint32_t& byte, uint8_t& msbStart) {
-  uint32_t b = entryStartByte;
-  uint8_t msb = entryMsbStart;
-  kovUpdateAsPerByteSpread(b, msb, offsetInBits);
-  byte = b;
-  msbStart = msb;
+  const uint64_t index = uint64_t{entryStartByte} * 8 + (7u - entryMsbStart) + offsetInBits;
+  byte = static_cast<uint32_t>(index >> 3);
+  msbStart = static_cast<uint8_t>(7 - (index & 7));
 }
 
 const CKovField* placedField(const KovFieldsMap* fieldsMap, uint32_t id) {
