@@ -119,7 +119,8 @@ int CKovField::GetFieldPkBitOffsetFromImageStart(const CKovFieldLayout* layout,
       bitIndex = static_cast<uint32_t>(EndBitIndexOf(prev)) + behind;
       return 1;
     }
-    const CKovFieldLayout* prevLayout = current->GetParentDataLayout()->GetFieldLayout(prevID);
+    const CKovFieldLayout* prevLayout =
+        current->GetParentDataLayout()->GetFieldLayout(prevID);
     if (prevLayout == nullptr) {
       throw new CMevGenException(
           kovFormat("Field layout for field %d not found. Unable to determine "

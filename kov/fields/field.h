@@ -79,8 +79,8 @@ class CKovField {
   // Writes the value at an address found by the pack's patch stage and records that address.
   // Numbers and KOV names override it; every other kind answers PkFailed. Never throws.
   virtual PkStatus PatchFieldInImage(const CKovPk* pk, CKovImage* image,
-                                     const CKovFieldLayout* layout, uint32_t byte, uint8_t msbStart,
-                                     uint16_t blkID, int instance) const;
+                                     const CKovFieldLayout* layout, uint32_t byte,
+                                     uint8_t msbStart, uint16_t blkID, int instance) const;
 
   // 1 when the field, placed at (byte, msbStart), would end behind the linear bit lastBit.
   virtual int FieldOutsideBlkData(const CKovFieldLayout* layout, uint32_t byte, uint8_t msbStart,

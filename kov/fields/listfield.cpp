@@ -42,7 +42,8 @@ CKovListField::CKovListField(uint32_t fieldID, uint32_t listEntryQty, uint16_t m
       maxLeq(maxLeq),
       pkEntryList(pkEntryList != nullptr ? pkEntryList : new CKovPkEntryList()) {}
 
-CKovListField::CKovListField(uint32_t fieldID, uint32_t listEntryQty, CKovUpEntryList* upEntryList)
+CKovListField::CKovListField(uint32_t fieldID, uint32_t listEntryQty,
+                             CKovUpEntryList* upEntryList)
     : CKovComplexField(fieldID),
       listID(fieldID),
       listEntryQty(listEntryQty),
@@ -87,6 +88,7 @@ CKovUpEntryList* CKovListField::GetUpEntryList(const CKovUpDistKLSBlkInst*) {
   return upEntryList.get();
 }
 
+
 PkStatus CKovListField::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
                                      uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
                                      const CKovFieldLayout* layout, const CKovCpLayout* cpLayout,
@@ -124,7 +126,8 @@ PkStatus CKovListField::PatchFieldInImage(const CKovPk* pk, CKovImage* image,
 }
 
 int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
-                                         KovFieldsMap* fieldsMap, const CKovListFieldLayout* layout,
+                                         KovFieldsMap* fieldsMap,
+                                         const CKovListFieldLayout* layout,
                                          const CKovCpLayout* cpLayout, uint16_t blkID,
                                          int instance) const {
   int count = pkEntryList ? pkEntryList->GetCount() : 0;
@@ -145,9 +148,9 @@ int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
   return 1;
 }
 
-int CKovListField::WriteLeqToImage(const CKovPk* pk, CKovImage* image, const CKovCpLayout* cpLayout,
-                                   uint32_t entryStartByte, uint8_t entryMsbStart,
-                                   KovFieldsMap* fieldsMap, uint16_t blkID,
+int CKovListField::WriteLeqToImage(const CKovPk* pk, CKovImage* image,
+                                   const CKovCpLayout* cpLayout, uint32_t entryStartByte,
+                                   uint8_t entryMsbStart, KovFieldsMap* fieldsMap, uint16_t blkID,
                                    const CKovListFieldLayout* layout, int instance) const {
   if (!layout->HasSplitLEQ()) {
     const CKovDataLayout* parent = layout->GetParentDataLayout();
@@ -202,6 +205,7 @@ void CKovListField::AddLeqFieldToPatchMap(const CKovPk* pk, const CKovCpLayout* 
                               static_cast<uint16_t>(leqInstance), true);
   leq.release();
 }
+
 
 bool CKovListField::UnpackLEQ(const CKovUp* up, const CKovListFieldLayout* layout,
                               const CKovBlkLayout* blkLayout, const KovFieldsMap& fieldsMap,
@@ -278,8 +282,8 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
     if (blkLayout->IsDistKLS()) {
       // A listlet has no LED size of its own: it stands in the list's header block instance.
       ledFields = nullptr;
-      uint16_t hdrID =
-          static_cast<uint16_t>(static_cast<const CKovKLSBlkLayout*>(blkLayout)->GetHdrBlkID());
+      uint16_t hdrID = static_cast<uint16_t>(
+          static_cast<const CKovKLSBlkLayout*>(blkLayout)->GetHdrBlkID());
       const KovUpBlkInstArr* const* hdrs = up->GetUpBlksList().PLookup(hdrID);
       if (hdrs != nullptr && *hdrs != nullptr && instance < (*hdrs)->size() &&
           (**hdrs)[instance] != nullptr) {
@@ -311,7 +315,8 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
     throw new CMevGenException(
         kovFormat("List %d in block %s [%d] holds %u entries of %u bits, which run past the end "
                   "of the image.",
-                  fieldID, blkLayout->GetBlkName().c_str(), instance, listEntryQty, entrySzInBits),
+                  fieldID, blkLayout->GetBlkName().c_str(), instance, listEntryQty,
+                  entrySzInBits),
         0);
   }
   uint32_t byte = byteOffsetInImage;
@@ -319,9 +324,10 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
   // Bounded by listEntryQty, which the test above holds to the bits of the image.
   for (uint32_t i = 0; i < listEntryQty; ++i) {
     up->XmlAddStartTagLine("<LED>");
-    std::unique_ptr<CKovUpEntry> entry(
-        new CKovUpEntry(up, byte, msb, patchMap, instance, layout->GetDataLayout(), blkLayout,
-                        static_cast<uint32_t>(entryLast), fieldsMap, status));
+    std::unique_ptr<CKovUpEntry> entry(new CKovUpEntry(up, byte, msb, patchMap, instance,
+                                                       layout->GetDataLayout(), blkLayout,
+                                                       static_cast<uint32_t>(entryLast), fieldsMap,
+                                                       status));
     if (status != UpDone) {
       if (!blkLayout->IsKLSBlk()) return;
       // The entries of a KLS list may be shorter than their layout.

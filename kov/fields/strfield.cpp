@@ -26,9 +26,7 @@ bool isPackableCharType(uint32_t charType) {
 }  // namespace
 
 CKovStrField::CKovStrField(const char* text, uint32_t fieldID, uint32_t imageSize)
-    : CKovField(fieldID),
-      charType(CKovCharFieldLayout::Char8Bit),
-      text(text != nullptr ? text : "") {
+    : CKovField(fieldID), charType(CKovCharFieldLayout::Char8Bit), text(text != nullptr ? text : "") {
   this->imageSize = imageSize;
 }
 

@@ -36,8 +36,8 @@ class CKovStrField : public CKovField {
 
   PkStatus WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
                         uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
-                        const CKovFieldLayout* layout, const CKovCpLayout* cpLayout, uint16_t blkID,
-                        int instance) const override;
+                        const CKovFieldLayout* layout, const CKovCpLayout* cpLayout,
+                        uint16_t blkID, int instance) const override;
   int CanValueFitAsPerLayout(const CKovFieldLayout* layout) const override;
 
   using CKovField::PatchFieldInImage;
@@ -53,7 +53,7 @@ class CKovStrField : public CKovField {
 
   uint32_t charType;  // a CKovCharFieldLayout::CharType value
   uint32_t maxNumOfChars = 0;
-  std::string text;  // every slot read, NULs included; GetValue stops at the first NUL
+  std::string text;   // every slot read, NULs included; GetValue stops at the first NUL
 };
 
 #endif  // KOV_FIELDS_STRFIELD_H

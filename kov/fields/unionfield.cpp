@@ -194,14 +194,14 @@ CKovField* CKovUnionField::UnpackDiscrField(const CKovUp* up, uint32_t entryStar
   UpStatus status = UpDone;
   std::unique_ptr<CKovField> field;
   if (discrLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovNumFieldLayout))) {
-    field.reset(new CKovNumField(up, entryStartByte, entryMsbStart, fieldsMap, discrLayout, discrID,
-                                 blkID, lastBit, status));
+    field.reset(new CKovNumField(up, entryStartByte, entryMsbStart, fieldsMap, discrLayout,
+                                 discrID, blkID, lastBit, status));
   } else if (discrLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovCharFieldLayout))) {
     field.reset(new CKovCharField(up, entryStartByte, entryMsbStart, fieldsMap, discrLayout,
                                   discrID, blkID, lastBit, status));
   } else if (discrLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovStrFieldLayout))) {
-    field.reset(new CKovStrField(up, entryStartByte, entryMsbStart, fieldsMap, discrLayout, discrID,
-                                 blkID, lastBit, status));
+    field.reset(new CKovStrField(up, entryStartByte, entryMsbStart, fieldsMap, discrLayout,
+                                 discrID, blkID, lastBit, status));
   }
   if (status != UpDone) return nullptr;
   return field.release();
@@ -231,10 +231,11 @@ uint32_t CKovUnionField::CalculateUpEntrySzInBits(const CKovDataLayout* optionLa
   return 0;
 }
 
-PkStatus CKovUnionField::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
-                                      uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
-                                      const CKovFieldLayout* layout, const CKovCpLayout* cpLayout,
-                                      uint16_t blkID, int instance) const {
+PkStatus CKovUnionField::WriteToImage(const CKovPk* pk, CKovImage* image,
+                                      uint32_t entryStartByte, uint8_t entryMsbStart,
+                                      KovFieldsMap* fieldsMap, const CKovFieldLayout* layout,
+                                      const CKovCpLayout* cpLayout, uint16_t blkID,
+                                      int instance) const {
   const CKovUnionFieldLayout* unionLayout = asUnionLayout(layout);
   if (unionLayout == nullptr) return PkFailed;
   if (!GetPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byteOffsetInImage,

@@ -11,12 +11,9 @@ struct LibraryString {
 };
 
 constexpr LibraryString kLibraryStrings[] = {
-    {28520, "KOV List Structure ID"},
-    {28521, "KOV List Structure type"},
-    {28522, "LEQ field"},
-    {28523, "Max LEQ field"},
-    {28524, "LED size"},
-    {28525, "Listlet link"},
+    {28520, "KOV List Structure ID"}, {28521, "KOV List Structure type"},
+    {28522, "LEQ field"},             {28523, "Max LEQ field"},
+    {28524, "LED size"},              {28525, "Listlet link"},
     {28526, "Max listlet LEQ"},
 };
 constexpr size_t kNumLibraryStrings = sizeof kLibraryStrings / sizeof kLibraryStrings[0];
