@@ -4,6 +4,7 @@
 // program with status 1. After the runs a summary gives the scaling from 3,000 to 30,000
 // instances, kov against the hand-written codec, and the targets.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -306,6 +307,8 @@ void registerAll() {
 // the end, from the medians (or the single runs without repetitions), in CPU time.
 class SummaryReporter : public benchmark::ConsoleReporter {
  public:
+  explicit SummaryReporter(OutputOptions options) : ConsoleReporter(options) {}
+
   void ReportRuns(const std::vector<Run>& runs) override {
     std::vector<Run> shown;
     for (const Run& run : runs) {
@@ -395,7 +398,9 @@ int main(int argc, char** argv) {
     }
   }
   registerAll();
-  SummaryReporter reporter;
+  // Colours only on a terminal: the output often goes to a file.
+  SummaryReporter reporter(isatty(fileno(stdout)) != 0 ? benchmark::ConsoleReporter::OO_ColorTabular
+                                                       : benchmark::ConsoleReporter::OO_Tabular);
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   return 0;
