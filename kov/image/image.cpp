@@ -139,16 +139,20 @@ int CKovImage::GetBytes(uint32_t start, uint32_t numBytes, std::vector<uint8_t>&
 int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint32_t& value) const {
   value = 0;
   if (numBits > 32 || msbStart > 7 || start >= m_size) return 0;
-  // The bits lie in the span bytes from start; inside the image they are read in one go.
-  const uint32_t skip = 7u - msbStart;
-  const uint32_t span = (skip + numBits + 7) / 8;  // 5 at most
   if (numBits == 0) return 1;
+  // The field lies in the skip + numBits bits (40 at most) from start's bit 7. Where the image
+  // holds 8 bytes from start they are read as one word; else the span bytes the field touches,
+  // if the image has them.
+  const uint32_t skip = 7u - msbStart;
+  const uint64_t mask = (uint64_t{1} << numBits) - 1;
+  const uint8_t* at = m_bytes.get() + start;
+  if (m_size - start >= 8) {
+    value = static_cast<uint32_t>((loadU64BE(at) >> (64 - skip - numBits)) & mask);
+    return 1;
+  }
+  const uint32_t span = (skip + numBits + 7) / 8;
   if (span <= m_size - start) {
-    const uint8_t* at = m_bytes.get() + start;
-    const uint32_t window = m_size - start >= 8 ? 8 : span;
-    const uint64_t word = window == 8 ? loadU64BE(at) : loadBE(at, window);
-    const uint32_t shift = window * 8 - skip - numBits;  // below 64, numBits being 1 or more
-    value = static_cast<uint32_t>((word >> shift) & ((uint64_t{1} << numBits) - 1));
+    value = static_cast<uint32_t>((loadBE(at, span) >> (span * 8 - skip - numBits)) & mask);
     return 1;
   }
   return readBitsByteByByte(*this, start, msbStart, numBits, value);
@@ -205,23 +209,24 @@ int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart, 
                         uint8_t numBits) {
   if (image == nullptr || numBits > 32 || msbStart > 7 || startByte >= image->m_size) return 0;
   if (numBits == 0) return 1;
+  // As in the reader: the field is merged into a word of the 8 bytes from startByte where the
+  // image has them, else of the span bytes it touches; the shift counts the word's bits behind
+  // the field, below 64 as numBits is 1 or more.
   const uint32_t skip = 7u - msbStart;
-  const uint32_t span = (skip + numBits + 7) / 8;  // 5 at most
+  const uint64_t bits = (uint64_t{1} << numBits) - 1;
+  uint8_t* at = image->m_bytes.get() + startByte;
+  if (image->m_size - startByte >= 8) {
+    const uint32_t shift = 64 - skip - numBits;
+    const uint64_t word = loadU64BE(at);
+    storeU64BE(at, (word & ~(bits << shift)) | ((uint64_t{value} & bits) << shift));
+    return 1;
+  }
+  const uint32_t span = (skip + numBits + 7) / 8;
   if (span <= image->m_size - startByte) {
-    // The whole field lies in the image: merge it into its bytes in one go, through a window of
-    // 8 bytes where the image has them.
-    uint8_t* at = image->m_bytes.get() + startByte;
-    const uint32_t window = image->m_size - startByte >= 8 ? 8 : span;
-    // Bits of the window behind the field: below 64, numBits being 1 or more.
-    const uint32_t shift = window * 8 - skip - numBits;
-    const uint64_t mask = ((uint64_t{1} << numBits) - 1) << shift;
-    uint64_t word = window == 8 ? loadU64BE(at) : loadBE(at, window);
-    word = (word & ~mask) | ((uint64_t{value} << shift) & mask);
-    if (window == 8) {
-      storeU64BE(at, word);
-    } else {
-      for (uint32_t i = window; i-- > 0; word >>= 8) at[i] = static_cast<uint8_t>(word);
-    }
+    const uint32_t shift = span * 8 - skip - numBits;
+    uint64_t word = loadBE(at, span);
+    word = (word & ~(bits << shift)) | ((uint64_t{value} & bits) << shift);
+    for (uint32_t i = span; i-- > 0; word >>= 8) at[i] = static_cast<uint8_t>(word);
     return 1;
   }
   return writeBitsByteByByte(image, startByte, msbStart, value, numBits);
