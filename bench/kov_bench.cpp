@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 #include <utility>
@@ -327,26 +328,29 @@ class SummaryReporter : public benchmark::ConsoleReporter {
 
   void Finalize() override {
     ConsoleReporter::Finalize();
-    std::printf("\nSummary (median CPU time per run; the machine's load shows in every figure)\n");
-    std::printf("  scaling time(B=30000) / time(B=3000), target <= 11:\n");
+    print("\nSummary (median CPU time per run; the machine's load shows in every figure)\n");
+    print("  scaling time(B=30000) / time(B=3000), target <= 11:\n");
     for (const char* name :
          {"w1_pack/kov", "w1_unpack/kov", "w1_unpack_copy/kov", "w1_pack/hand", "w1_unpack/hand"}) {
       ratio(std::string("    ") + name, key(name, "B:30000"), key(name, "B:3000"));
     }
-    std::printf("  scaling of the deferred layout, time(N=20000) / time(N=2000):\n");
+    print("  scaling of the deferred layout, time(N=20000) / time(N=2000):\n");
     ratio("    deferred/pack", key("deferred/pack", "N:20000"), key("deferred/pack", "N:2000"));
     ratio("    deferred/unpack", key("deferred/unpack", "N:20000"),
           key("deferred/unpack", "N:2000"));
-    std::printf("  kov / hand-written, time at B=3000:\n");
+    print("  kov / hand-written, time at B=3000:\n");
     ratio("    pack", key("w1_pack/kov", "B:3000"), key("w1_pack/hand", "B:3000"));
     ratio("    unpack", key("w1_unpack/kov", "B:3000"), key("w1_unpack/hand", "B:3000"));
     ratio("    unpack and copy out", key("w1_unpack_copy/kov", "B:3000"),
           key("w1_unpack/hand", "B:3000"));
-    std::printf("  targets at B=3000:\n");
+    print("  targets at B=3000 (M = 10^6, G = 10^9):\n");
     rate("    W1 pack, fields/s (target >= 20M, aim 50M)", key("w1_pack/kov", "B:3000"), "fields");
+    rate("    W1 pack, MB/s", key("w1_pack/kov", "B:3000"), "bytes", 1e6);
     rate("    W1 unpack, fields/s (target >= 5M, aim 20M)", key("w1_unpack/kov", "B:3000"),
          "fields");
-    rate("    CRC-16 over 1 MiB, bytes/s (target >= 1G)", key("crc_1MiB", ""), "bytes");
+    rate("    W1 unpack, MB/s", key("w1_unpack/kov", "B:3000"), "bytes", 1e6);
+    rate("    W1 unpack and copy out, fields/s", key("w1_unpack_copy/kov", "B:3000"), "fields");
+    rate("    CRC-16 over 1 MiB, GB/s (target >= 1)", key("crc_1MiB", ""), "bytes", 1e9);
   }
 
  private:
@@ -369,16 +373,25 @@ class SummaryReporter : public benchmark::ConsoleReporter {
   void ratio(const std::string& label, const std::string& top, const std::string& bottom) {
     auto a = noted.find(top), b = noted.find(bottom);
     if (a == noted.end() || b == noted.end() || b->second.seconds <= 0) return;
-    std::printf("%-40s %8.2f   (%.4g s / %.4g s)\n", label.c_str(),
-                a->second.seconds / b->second.seconds, a->second.seconds, b->second.seconds);
+    print("%-40s %8.2f   (%.4g s / %.4g s)\n", label.c_str(), a->second.seconds / b->second.seconds,
+          a->second.seconds, b->second.seconds);
   }
 
-  void rate(const std::string& label, const std::string& name, const std::string& counter) {
+  void rate(const std::string& label, const std::string& name, const std::string& counter,
+            double unit = 1) {
     auto it = noted.find(name);
     if (it == noted.end()) return;
     auto c = it->second.rates.find(counter);
     if (c == it->second.rates.end()) return;
-    std::printf("%-52s %10.4g\n", label.c_str(), c->second);
+    print("%-52s %10.4g\n", label.c_str(), c->second / unit);
+  }
+
+  // printf into the reporter's own stream, so that the summary follows the table.
+  template <class... Args>
+  void print(const char* format, Args... args) {
+    char line[256];
+    std::snprintf(line, sizeof line, format, args...);
+    GetOutputStream() << line;
   }
 
   std::map<std::string, Noted> noted;
