@@ -373,8 +373,10 @@ class SummaryReporter : public benchmark::ConsoleReporter {
   void ratio(const std::string& label, const std::string& top, const std::string& bottom) {
     auto a = noted.find(top), b = noted.find(bottom);
     if (a == noted.end() || b == noted.end() || b->second.seconds <= 0) return;
-    print("%-40s %8.2f   (%.4g s / %.4g s)\n", label.c_str(), a->second.seconds / b->second.seconds,
-          a->second.seconds, b->second.seconds);
+    char line[160];
+    std::snprintf(line, sizeof line, "%-40s %8.2f   (%.4g s / %.4g s)\n", label.c_str(),
+                  a->second.seconds / b->second.seconds, a->second.seconds, b->second.seconds);
+    print(line);
   }
 
   void rate(const std::string& label, const std::string& name, const std::string& counter,
@@ -383,16 +385,13 @@ class SummaryReporter : public benchmark::ConsoleReporter {
     if (it == noted.end()) return;
     auto c = it->second.rates.find(counter);
     if (c == it->second.rates.end()) return;
-    print("%-52s %10.4g\n", label.c_str(), c->second / unit);
+    char line[160];
+    std::snprintf(line, sizeof line, "%-52s %10.4g\n", label.c_str(), c->second / unit);
+    print(line);
   }
 
-  // printf into the reporter's own stream, so that the summary follows the table.
-  template <class... Args>
-  void print(const char* format, Args... args) {
-    char line[256];
-    std::snprintf(line, sizeof line, format, args...);
-    GetOutputStream() << line;
-  }
+  // Into the reporter's own stream, so that the summary follows the table.
+  void print(const char* text) { GetOutputStream() << text; }
 
   std::map<std::string, Noted> noted;
 };
