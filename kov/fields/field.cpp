@@ -27,15 +27,6 @@ uint32_t prevFieldIDOf(const CKovFieldLayout* layout) {
   return parent->GetPrevFieldID(layout->GetFieldID());
 }
 
-// Byte and MSB start of the position offsetInBits behind (entryStartByte, entryMsbStart), both
-// from one step on the linear bit index, as kovUpdateAsPerByteSpread takes it.
-void positionBehind(uint32_t entryStartByte, uint8_t entryMsbStart, uint32_t offsetInBits,
-                    uint32_t& byte, uint8_t& msbStart) {
-  const uint64_t index = uint64_t{entryStartByte} * 8 + (7u - entryMsbStart) + offsetInBits;
-  byte = static_cast<uint32_t>(index >> 3);
-  msbStart = static_cast<uint8_t>(7 - (index & 7));
-}
-
 const CKovField* placedField(const KovFieldsMap* fieldsMap, uint32_t id) {
   if (fieldsMap == nullptr) return nullptr;
   const CKovField* const* found = fieldsMap->PLookup(id);
@@ -143,14 +134,9 @@ int CKovField::GetFieldPkBitOffsetFromImageStart(const CKovFieldLayout* layout,
       0);
 }
 
-int CKovField::GetUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartByte,
-                             uint8_t entryMsbStart, const KovFieldsMap& fieldsMap, uint32_t& byte,
-                             uint8_t& msbStart) const {
-  if (layout->HasFixedAddr()) {
-    positionBehind(entryStartByte, entryMsbStart,
-                   GetNumBitsOffsetFromEntryStart(entryMsbStart, layout), byte, msbStart);
-    return 1;
-  }
+int CKovField::GetFloatingUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartByte,
+                                     uint8_t entryMsbStart, const KovFieldsMap& fieldsMap,
+                                     uint32_t& byte, uint8_t& msbStart) const {
   uint32_t index = 0;
   if (!GetFieldUpBitOffsetFromImageStart(layout, entryStartByte, entryMsbStart, fieldsMap, index)) {
     return 0;
@@ -160,14 +146,9 @@ int CKovField::GetUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartB
   return 1;
 }
 
-int CKovField::GetPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
-                           uint32_t entryStartByte, uint8_t entryMsbStart, uint16_t blkID,
-                           uint32_t& byte, uint8_t& msbStart) const {
-  if (layout->HasFixedAddr()) {
-    positionBehind(entryStartByte, entryMsbStart,
-                   GetNumBitsOffsetFromEntryStart(entryMsbStart, layout), byte, msbStart);
-    return 1;
-  }
+int CKovField::GetFloatingPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
+                                   uint32_t entryStartByte, uint8_t entryMsbStart, uint16_t blkID,
+                                   uint32_t& byte, uint8_t& msbStart) const {
   uint32_t index = 0;
   if (!GetFieldPkBitOffsetFromImageStart(layout, fieldsMap, entryStartByte, entryMsbStart, blkID,
                                          index)) {
