@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps configure build demo test test-sanitize fuzz fuzz-smoke fuzz-build clean
+.PHONY: all deps configure build demo test test-sanitize fuzz fuzz-smoke fuzz-build bench clean
 
 all: build
 
@@ -46,5 +46,15 @@ fuzz: fuzz-build
 fuzz-smoke: fuzz-build
 	@scripts/run-fuzz $(BUILD)-fuzz 20
 
+# The benchmarks, built for release in their own directory, then the peak memory of the W1 unpack.
+BENCH_FLAGS ?= --benchmark_repetitions=5 --benchmark_min_time=0.2
+bench:
+	@scripts/install-deps --bench
+	@cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DKOV_BUILD_BENCH=ON \
+	  -DKOV_BUILD_TESTS=OFF -DKOV_BUILD_EXAMPLES=OFF >/dev/null
+	@cmake --build $(BUILD)-bench -j $(JOBS) --target kov_bench kov_w1_mem kov_w1_probe
+	@$(BUILD)-bench/bench/kov_bench $(BENCH_FLAGS)
+	@$(BUILD)-bench/bench/kov_w1_mem 30000
+
 clean:
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-fuzz
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-fuzz $(BUILD)-bench

@@ -36,7 +36,8 @@ const CKovField* placedField(const KovFieldsMap* fieldsMap, uint32_t id) {
 
 }  // namespace
 
-CKovField::CKovField(uint32_t fieldID) : fieldName(kovLoadString(fieldID)), fieldID(fieldID) {}
+CKovField::CKovField(uint32_t fieldID)
+    : fieldName(kovLoadSharedString(fieldID)), fieldID(fieldID) {}
 
 PkStatus CKovField::PatchFieldInImage(const CKovPk*, CKovImage*, const CKovFieldLayout*, uint32_t,
                                       uint8_t, uint16_t, int) const {
@@ -134,14 +135,9 @@ int CKovField::GetFieldPkBitOffsetFromImageStart(const CKovFieldLayout* layout,
       0);
 }
 
-int CKovField::GetUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartByte,
-                             uint8_t entryMsbStart, const KovFieldsMap& fieldsMap, uint32_t& byte,
-                             uint8_t& msbStart) const {
-  if (layout->HasFixedAddr()) {
-    byte = GetFieldStartByte(entryStartByte, entryMsbStart, layout);
-    msbStart = GetFieldStartMsb(entryStartByte, entryMsbStart, layout);
-    return 1;
-  }
+int CKovField::GetFloatingUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartByte,
+                                     uint8_t entryMsbStart, const KovFieldsMap& fieldsMap,
+                                     uint32_t& byte, uint8_t& msbStart) const {
   uint32_t index = 0;
   if (!GetFieldUpBitOffsetFromImageStart(layout, entryStartByte, entryMsbStart, fieldsMap, index)) {
     return 0;
@@ -151,14 +147,9 @@ int CKovField::GetUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartB
   return 1;
 }
 
-int CKovField::GetPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
-                           uint32_t entryStartByte, uint8_t entryMsbStart, uint16_t blkID,
-                           uint32_t& byte, uint8_t& msbStart) const {
-  if (layout->HasFixedAddr()) {
-    byte = GetFieldStartByte(entryStartByte, entryMsbStart, layout);
-    msbStart = GetFieldStartMsb(entryStartByte, entryMsbStart, layout);
-    return 1;
-  }
+int CKovField::GetFloatingPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
+                                   uint32_t entryStartByte, uint8_t entryMsbStart, uint16_t blkID,
+                                   uint32_t& byte, uint8_t& msbStart) const {
   uint32_t index = 0;
   if (!GetFieldPkBitOffsetFromImageStart(layout, fieldsMap, entryStartByte, entryMsbStart, blkID,
                                          index)) {

@@ -21,13 +21,14 @@
 #define KOV_FIELDS_FIELD_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "kov/layout/fieldlayout.h"
 #include "kov/platform/kovmap.h"
 
 class CKovCpLayout;
 class CKovField;
-class CKovFieldLayout;
 class CKovImage;
 class CKovPk;
 class CKovUp;
@@ -85,7 +86,7 @@ class CKovField {
   virtual int FieldOutsideBlkData(const CKovFieldLayout* layout, uint32_t byte, uint8_t msbStart,
                                   uint32_t lastBit) const;
 
-  std::string GetFieldName() const { return fieldName; }
+  std::string GetFieldName() const { return *fieldName; }
   uint32_t GetFieldID() const { return fieldID; }
   uint32_t GetByteOffsetInImage() const { return byteOffsetInImage; }
   uint8_t GetStartMsbInImage() const { return startMsbInImage; }
@@ -120,14 +121,46 @@ class CKovField {
                                         uint32_t& bitIndex) const;
 
   // The address of the field, fixed or floating; 1 when it is known, else 0 with the out values
-  // untouched.
+  // untouched. The fixed case is inline: nearly every field takes it.
   int GetUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartByte, uint8_t entryMsbStart,
-                    const KovFieldsMap& fieldsMap, uint32_t& byte, uint8_t& msbStart) const;
+                    const KovFieldsMap& fieldsMap, uint32_t& byte, uint8_t& msbStart) const {
+    if (!layout->HasFixedAddr()) {
+      return GetFloatingUnpackAddr(layout, entryStartByte, entryMsbStart, fieldsMap, byte,
+                                   msbStart);
+    }
+    FixedAddrOf(layout, entryStartByte, entryMsbStart, byte, msbStart);
+    return 1;
+  }
   int GetPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
                   uint32_t entryStartByte, uint8_t entryMsbStart, uint16_t blkID, uint32_t& byte,
-                  uint8_t& msbStart) const;
+                  uint8_t& msbStart) const {
+    if (!layout->HasFixedAddr()) {
+      return GetFloatingPackAddr(layout, fieldsMap, entryStartByte, entryMsbStart, blkID, byte,
+                                 msbStart);
+    }
+    FixedAddrOf(layout, entryStartByte, entryMsbStart, byte, msbStart);
+    return 1;
+  }
 
  protected:
+  // Byte and MSB start of a fixed field: the entry's start moved on by
+  // GetNumBitsOffsetFromEntryStart on the linear bit index (kovUpdateAsPerByteSpread's step).
+  static void FixedAddrOf(const CKovFieldLayout* layout, uint32_t entryStartByte,
+                          uint8_t entryMsbStart, uint32_t& byte, uint8_t& msbStart) {
+    const uint32_t offsetInBits =
+        layout->GetByteOffset() * 8 - layout->GetMsbStart() + entryMsbStart;
+    const uint64_t index = uint64_t{entryStartByte} * 8 + (7u - entryMsbStart) + offsetInBits;
+    byte = static_cast<uint32_t>(index >> 3);
+    msbStart = static_cast<uint8_t>(7 - (index & 7));
+  }
+  // GetUnpackAddr and GetPackAddr of a floating field.
+  int GetFloatingUnpackAddr(const CKovFieldLayout* layout, uint32_t entryStartByte,
+                            uint8_t entryMsbStart, const KovFieldsMap& fieldsMap, uint32_t& byte,
+                            uint8_t& msbStart) const;
+  int GetFloatingPackAddr(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
+                          uint32_t entryStartByte, uint8_t entryMsbStart, uint16_t blkID,
+                          uint32_t& byte, uint8_t& msbStart) const;
+
   // Linear bit index just behind a placed field.
   static uint64_t EndBitIndexOf(const CKovField* field);
 
@@ -160,7 +193,8 @@ class CKovField {
                      uint8_t entryMsbStart, const KovFieldsMap& fieldsMap, uint32_t lastBit,
                      uint16_t& value);
 
-  std::string fieldName;
+  // The name as it was when the field was made, shared with the string resources.
+  std::shared_ptr<const std::string> fieldName;
   uint32_t fieldID;
   // Where the field went and how many bits it takes: a record kept by the const writers.
   mutable uint32_t byteOffsetInImage = 0;

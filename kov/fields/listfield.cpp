@@ -132,14 +132,14 @@ int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
   if (static_cast<uint32_t>(count) != listEntryQty) {
     throw new CMevGenException(
         kovFormat("Number of entries in List field %s does not match pack quantity of %d.",
-                  fieldName.c_str(), static_cast<int>(listEntryQty)),
+                  fieldName->c_str(), static_cast<int>(listEntryQty)),
         0);
   }
   // Entries beyond the layout's maximum would run into the fields that follow the list.
   if (listEntryQty > layout->GetMaxEntryQty()) {
     throw new CMevGenException(
         kovFormat("List %s holds %u entries, more than the %u its layout allows.",
-                  fieldName.c_str(), listEntryQty, layout->GetMaxEntryQty()),
+                  fieldName->c_str(), listEntryQty, layout->GetMaxEntryQty()),
         0);
   }
   if (!pkEntryList) return 1;
@@ -183,7 +183,7 @@ void CKovListField::AddLeqFieldToPatchMap(const CKovPk* pk, const CKovCpLayout* 
       cpLayout != nullptr ? cpLayout->GetFieldLayout(leqBlkID, layout->GetLeqID()) : nullptr;
   if (leqLayout == nullptr) {
     throw new CMevGenException(
-        kovFormat("Field layout for LEQ field referenced by list %s not found", fieldName.c_str()),
+        kovFormat("Field layout for LEQ field referenced by list %s not found", fieldName->c_str()),
         0);
   }
   const CKovBlkLayout* leqBlk = cpLayout->GetBlkLayout(leqBlkID);
@@ -193,7 +193,7 @@ void CKovListField::AddLeqFieldToPatchMap(const CKovPk* pk, const CKovCpLayout* 
     if (ownBlk == nullptr || !ownBlk->IsMultiInstanceBlk()) {
       throw new CMevGenException(kovFormat("Anchor field (%s) in Single Instance block references "
                                            "split field in Multiple Instance block.",
-                                           fieldName.c_str()),
+                                           fieldName->c_str()),
                                  0);
     }
     leqInstance = instance;
@@ -202,7 +202,7 @@ void CKovListField::AddLeqFieldToPatchMap(const CKovPk* pk, const CKovCpLayout* 
   if (bits > 32 || kovNumBitsRequiredToStoreValue(listEntryQty) > bits) {
     throw new CMevGenException(kovFormat("LEQ %u of list %s does not fit in the %u bits of its "
                                          "LEQ field.",
-                                         listEntryQty, fieldName.c_str(), bits),
+                                         listEntryQty, fieldName->c_str(), bits),
                                0);
   }
   auto leq = std::make_unique<CKovNumField>(listEntryQty, layout->GetLeqID(), bits);

@@ -33,7 +33,11 @@ PkStatus CKovNumField::PatchFieldInImage(const CKovPk*, CKovImage* image,
 }
 
 int CKovNumField::CanValueFitAsPerLayout(const CKovFieldLayout* layout) const {
-  return kovNumBitsRequiredToStoreValue(value) <= layout->GetLengthInBits() ? 1 : 0;
+  // kovNumBitsRequiredToStoreValue(value) <= bits, without counting: every value needs 1 bit or
+  // more and 32 at most, and needs no more than bits exactly when it lies below 2^bits.
+  uint32_t bits = layout->GetLengthInBits();
+  if (bits >= 32) return 1;
+  return bits != 0 && (value >> bits) == 0 ? 1 : 0;
 }
 
 int CKovNumField::WriteFieldDataToImage(CKovImage* image, const CKovFieldLayout* layout) const {

@@ -1,5 +1,7 @@
 #include "kov/fields/strfield.h"
 
+#include <cstring>
+
 #include "kov/image/image.h"
 #include "kov/layout/charfieldlayout.h"
 #include "kov/layout/strfieldlayout.h"
@@ -54,12 +56,30 @@ CKovStrField::CKovStrField(const CKovUp* up, uint32_t entryStartByte, uint8_t en
   status = UpDone;
   uint32_t byte = byteOffsetInImage;
   uint8_t msb = startMsbInImage;
+  const CKovImage* image = up->GetImage();
+  if (t == CKovCharFieldLayout::Char8Bit && msb == 7) {
+    // Whole bytes: slot i ends at bit (byte + i) × 8 + 7, so the slots up to lastBit are the
+    // bytes up to (lastBit − 7) / 8; where those lie inside the image they are taken as they are.
+    uint64_t lastByte = lastBit >= 7 ? (uint64_t{lastBit} - 7) / 8 : 0;
+    uint64_t fit = lastBit < 7 || lastByte < byte ? 0 : lastByte - byte + 1;
+    if (fit > n) fit = n;
+    if (byte <= image->GetSize() && fit <= image->GetSize() - byte) {
+      text.assign(reinterpret_cast<const char*>(image->GetBytesArray()) + byte,
+                  static_cast<size_t>(fit));
+      if (text.empty()) {
+        status = UpOutsideBlkData;
+        return;
+      }
+      up->XmlAddPrimitiveField(this, layout);
+      return;
+    }
+  }
   // Bounded by n, and by lastBit: a slot that would end behind it ends the string.
   for (uint32_t i = 0; i < n; ++i) {
     uint64_t slotLastBit = uint64_t{byte} * 8 + 7 - msb + t - 1;
     if (slotLastBit > lastBit) break;
     uint8_t c = 0;
-    if (!up->GetImage()->GetBytes(byte, msb, t, c)) {
+    if (!image->GetBytes(byte, msb, t, c)) {
       status = UpFailed;
       return;
     }
@@ -75,11 +95,19 @@ CKovStrField::CKovStrField(const CKovUp* up, uint32_t entryStartByte, uint8_t en
 }
 
 std::string CKovStrField::GetValue() const {
+  const char* chars = nullptr;
+  size_t numChars = ValueChars(chars);
+  return std::string(chars, numChars);
+}
+
+size_t CKovStrField::ValueChars(const char*& chars) const {
   if (!isPackableCharType(charType)) {
     kovMessageBox("Unicode not supportted");
-    return std::string();
+    chars = "";
+    return 0;
   }
-  return std::string(text.c_str());
+  chars = text.c_str();
+  return std::strlen(chars);
 }
 
 PkStatus CKovStrField::WriteToImage(const CKovPk*, CKovImage* image, uint32_t entryStartByte,
@@ -100,20 +128,26 @@ int CKovStrField::CanValueFitAsPerLayout(const CKovFieldLayout* layout) const {
   const CKovStrFieldLayout* strLayout = asStrLayout(layout);
   if (strLayout == nullptr) return 0;
   uint32_t t = strLayout->GetCharType();
-  std::string s = GetValue();
-  std::string tooLong = kovFormat("Str %s (with charLength = %d) can not be stored in %d bits",
-                                  s.c_str(), static_cast<int>(t), layout->GetLengthInBits());
-  if (uint64_t{s.size()} * t > layout->GetLengthInBits()) {
-    kovMessageBox(tooLong);
+  const char* chars = nullptr;
+  size_t numChars = ValueChars(chars);
+  // The texts are built only for a value that does not fit.
+  auto tooLong = [&]() {
+    return kovFormat("Str %s (with charLength = %d) can not be stored in %d bits",
+                     std::string(chars, numChars).c_str(), static_cast<int>(t),
+                     layout->GetLengthInBits());
+  };
+  if (uint64_t{numChars} * t > layout->GetLengthInBits()) {
+    kovMessageBox(tooLong());
     return 0;
   }
-  for (char ch : s) {
-    uint8_t c = static_cast<uint8_t>(ch);
+  // A slot of 8 bits or more holds any character.
+  for (size_t i = 0; t < 8 && i < numChars; ++i) {
+    uint8_t c = static_cast<uint8_t>(chars[i]);
     if (t == CKovCharFieldLayout::Char4Bit) c = static_cast<uint8_t>(c - kDigitZero);
     if (kovNumBitsRequiredToStoreValue(c) > t) {
-      kovMessageBox(kovFormat("Str %s has char %c that can not be stored in %d bits", s.c_str(), c,
-                              static_cast<int>(t)));
-      kovMessageBox(tooLong);
+      kovMessageBox(kovFormat("Str %s has char %c that can not be stored in %d bits",
+                              std::string(chars, numChars).c_str(), c, static_cast<int>(t)));
+      kovMessageBox(tooLong());
       return 0;
     }
   }
@@ -127,11 +161,20 @@ int CKovStrField::WriteFieldDataToImage(CKovImage* image, const CKovFieldLayout*
   if (!isPackableCharType(t)) return 0;
   uint32_t n = strLayout->GetNumberOfChars();
   imageSize = n * t;
-  std::string s = GetValue();
+  const char* chars = nullptr;
+  size_t numChars = ValueChars(chars);
   uint32_t byte = byteOffsetInImage;
   uint8_t msb = startMsbInImage;
-  for (size_t i = 0; i < s.size() && i < n; ++i) {
-    uint8_t c = static_cast<uint8_t>(s[i]);
+  size_t toWrite = numChars < n ? numChars : n;
+  if (t == CKovCharFieldLayout::Char8Bit && msb == 7 && byte <= image->GetSize() &&
+      toWrite <= image->GetSize() - byte) {
+    // Whole bytes inside the image: the characters go in as they are.
+    for (size_t i = 0; i < toWrite; ++i)
+      image->SetAt(byte + static_cast<uint32_t>(i), static_cast<uint8_t>(chars[i]));
+    return 1;
+  }
+  for (size_t i = 0; i < numChars && i < n; ++i) {
+    uint8_t c = static_cast<uint8_t>(chars[i]);
     if (t == CKovCharFieldLayout::Char4Bit) c = static_cast<uint8_t>(c - kDigitZero);
     if (!kovWriteBitsToImage(image, byte, msb, c, static_cast<uint8_t>(t))) return 0;
     kovUpdateAsPerByteSpread(byte, msb, t);

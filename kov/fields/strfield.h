@@ -13,6 +13,7 @@
 #ifndef KOV_FIELDS_STRFIELD_H
 #define KOV_FIELDS_STRFIELD_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -46,6 +47,9 @@ class CKovStrField : public CKovField {
 
  protected:
   int WriteFieldDataToImage(CKovImage* image, const CKovFieldLayout* layout) const;
+  // What GetValue gives, without a copy: chars points at the text (valid while the field lives)
+  // and the result is its length. Shows the same message as GetValue.
+  size_t ValueChars(const char*& chars) const;
 
   uint32_t charType;  // a CKovCharFieldLayout::CharType value
   uint32_t maxNumOfChars = 0;

@@ -101,7 +101,7 @@ const CKovUnionLayoutOpt* CKovUnionField::GetSelectedUnionLayout(
     throw new CMevGenException(
         kovFormat("Layout selection function for union %s returned layout %d but\nno exchange "
                   "defined for that layout.",
-                  fieldName.c_str(), static_cast<int>(layoutID)),
+                  fieldName->c_str(), static_cast<int>(layoutID)),
         0);
   }
   return option;

@@ -5,8 +5,10 @@
 // nothing else. An empty range gives 0. Check values: the ASCII digits "123456789" give 0x31C3,
 // the two bytes FF FF give 0x1D0F. In the image the checksum stands as 2 bytes, high byte first.
 //
-// It runs one look-up a byte in a 256-entry table built at compile time, where entry i is the
-// CRC of the single byte i (entry 1 is 0x1021, entry 2 is 0x2042, entry 255 is 0x1EF0):
+// It takes eight bytes a step through eight 256-entry tables built at compile time (table k, entry
+// i: the CRC of byte i followed by k zero bytes; see checksum.cpp) and the bytes left over one at
+// a time through table 0, where entry i is the CRC of the single byte i (entry 1 is 0x1021,
+// entry 2 is 0x2042, entry 255 is 0x1EF0):
 //   crc = (crc << 8) ^ table[(crc >> 8) ^ byte], kept to 16 bits, for each byte in order.
 #ifndef KOV_IMAGE_CHECKSUM_H
 #define KOV_IMAGE_CHECKSUM_H

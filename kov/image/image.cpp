@@ -12,6 +12,78 @@ namespace {
 // The low numBits bits set; numBits runs 0 to 8 here, far below the width of the type.
 uint32_t lowBitsMask(uint32_t numBits) { return (1u << numBits) - 1u; }
 
+// The n bytes (8 at most) at bytes as one big-endian number.
+uint64_t loadBE(const uint8_t* bytes, uint32_t n) {
+  uint64_t word = 0;
+  for (uint32_t i = 0; i < n; ++i) word = (word << 8) | bytes[i];
+  return word;
+}
+
+// Eight bytes, in a form the compiler turns into one load or store and a byte swap.
+uint64_t loadU64BE(const uint8_t* bytes) {
+  return uint64_t{bytes[0]} << 56 | uint64_t{bytes[1]} << 48 | uint64_t{bytes[2]} << 40 |
+         uint64_t{bytes[3]} << 32 | uint64_t{bytes[4]} << 24 | uint64_t{bytes[5]} << 16 |
+         uint64_t{bytes[6]} << 8 | uint64_t{bytes[7]};
+}
+
+void storeU64BE(uint8_t* bytes, uint64_t word) {
+  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(word >> (56 - 8 * i));
+}
+
+// The bit reader for a field that runs off the end of the image, a byte at a time (see
+// GetBytes for what it leaves in value). Out of line, like writeBitsByteByByte.
+[[gnu::noinline]] int readBitsByteByByte(const CKovImage& image, uint32_t start, uint8_t msbStart,
+                                         uint32_t numBits, uint32_t& value) {
+  uint8_t byte = 0;
+  image.GetByte(start, byte);
+  const uint32_t bitsInFirst = msbStart + 1u;
+  if (numBits <= bitsInFirst) {
+    value = kovExtractBits(byte, msbStart, numBits);
+    return 1;
+  }
+  value = byte & lowBitsMask(bitsInFirst);
+  uint32_t bitsLeft = numBits - bitsInFirst;
+  uint32_t index = start;
+  // At most four more bytes, numBits being at most 32. A successful GetByte means index < size,
+  // so ++index cannot wrap.
+  while (bitsLeft >= 8) {
+    value <<= 8;
+    if (!image.GetByte(++index, byte)) return 0;
+    value |= byte;
+    bitsLeft -= 8;
+  }
+  if (bitsLeft == 0) return 1;
+  if (!image.GetByte(++index, byte)) return 0;
+  value = (value << bitsLeft) | (static_cast<uint32_t>(byte) >> (8 - bitsLeft));
+  return 1;
+}
+
+// The bit writer for a field that runs off the end of the image, a byte at a time: the bytes
+// inside the image are written, then the write fails. Kept out of line, so that the common
+// road of kovWriteBitsToImage stays short.
+[[gnu::noinline]] int writeBitsByteByByte(CKovImage* image, uint32_t startByte, uint8_t msbStart,
+                                          uint32_t value, uint8_t numBits) {
+  uint8_t byte = 0;
+  image->GetByte(startByte, byte);
+  // The first byte takes the value's top bits, as many as fit from msbStart down to bit 0.
+  const uint32_t bitsInFirst = std::min<uint32_t>(msbStart + 1u, numBits);
+  kovInsertBitsInByte(byte, msbStart, bitsInFirst,
+                      kovExtractBits(value, numBits - 1u, bitsInFirst));
+  image->SetAt(startByte, byte);
+  uint32_t bitsLeft = numBits - bitsInFirst;
+  uint32_t index = startByte;
+  // At most four more bytes, numBits being at most 32. Each is read, changed and stored whole,
+  // so the bits of a neighbouring field in the last byte survive.
+  while (bitsLeft > 0) {
+    if (!image->GetByte(++index, byte)) return 0;
+    const uint32_t take = std::min<uint32_t>(8, bitsLeft);
+    kovInsertBitsInByte(byte, 7, take, kovExtractBits(value, bitsLeft - 1u, take));
+    image->SetAt(index, byte);
+    bitsLeft -= take;
+  }
+  return 1;
+}
+
 }  // namespace
 
 CKovImage::CKovImage(uint32_t size) {
@@ -66,28 +138,24 @@ int CKovImage::GetBytes(uint32_t start, uint32_t numBytes, std::vector<uint8_t>&
 
 int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint32_t& value) const {
   value = 0;
-  uint8_t byte = 0;
-  if (numBits > 32 || msbStart > 7 || !GetByte(start, byte)) return 0;
-  const uint32_t bitsInFirst = msbStart + 1u;
-  if (numBits <= bitsInFirst) {
-    value = kovExtractBits(byte, msbStart, numBits);
+  if (numBits > 32 || msbStart > 7 || start >= m_size) return 0;
+  if (numBits == 0) return 1;
+  // The field lies in the skip + numBits bits (40 at most) from start's bit 7. Where the image
+  // holds 8 bytes from start they are read as one word; else the span bytes the field touches,
+  // if the image has them.
+  const uint32_t skip = 7u - msbStart;
+  const uint64_t mask = (uint64_t{1} << numBits) - 1;
+  const uint8_t* at = m_bytes.get() + start;
+  if (m_size - start >= 8) {
+    value = static_cast<uint32_t>((loadU64BE(at) >> (64 - skip - numBits)) & mask);
     return 1;
   }
-  value = byte & lowBitsMask(bitsInFirst);
-  uint32_t bitsLeft = numBits - bitsInFirst;
-  uint32_t index = start;
-  // At most four more bytes, numBits being at most 32. A successful GetByte means index < size,
-  // so ++index cannot wrap.
-  while (bitsLeft >= 8) {
-    value <<= 8;
-    if (!GetByte(++index, byte)) return 0;
-    value |= byte;
-    bitsLeft -= 8;
+  const uint32_t span = (skip + numBits + 7) / 8;
+  if (span <= m_size - start) {
+    value = static_cast<uint32_t>((loadBE(at, span) >> (span * 8 - skip - numBits)) & mask);
+    return 1;
   }
-  if (bitsLeft == 0) return 1;
-  if (!GetByte(++index, byte)) return 0;
-  value = (value << bitsLeft) | (static_cast<uint32_t>(byte) >> (8 - bitsLeft));
-  return 1;
+  return readBitsByteByByte(*this, start, msbStart, numBits, value);
 }
 
 int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint16_t& value) const {
@@ -139,27 +207,29 @@ void CKovImage::SetAt(uint32_t index, uint32_t value, uint8_t numBytes) {
 
 int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart, uint32_t value,
                         uint8_t numBits) {
-  uint8_t byte = 0;
-  if (image == nullptr || numBits > 32 || msbStart > 7 || !image->GetByte(startByte, byte)) {
-    return 0;
+  if (image == nullptr || numBits > 32 || msbStart > 7 || startByte >= image->m_size) return 0;
+  if (numBits == 0) return 1;
+  // As in the reader: the field is merged into a word of the 8 bytes from startByte where the
+  // image has them, else of the span bytes it touches; the shift counts the word's bits behind
+  // the field, below 64 as numBits is 1 or more.
+  const uint32_t skip = 7u - msbStart;
+  const uint64_t bits = (uint64_t{1} << numBits) - 1;
+  uint8_t* at = image->m_bytes.get() + startByte;
+  if (image->m_size - startByte >= 8) {
+    const uint32_t shift = 64 - skip - numBits;
+    const uint64_t word = loadU64BE(at);
+    storeU64BE(at, (word & ~(bits << shift)) | ((uint64_t{value} & bits) << shift));
+    return 1;
   }
-  // The first byte takes the value's top bits, as many as fit from msbStart down to bit 0.
-  const uint32_t bitsInFirst = std::min<uint32_t>(msbStart + 1u, numBits);
-  kovInsertBitsInByte(byte, msbStart, bitsInFirst,
-                      kovExtractBits(value, numBits - 1u, bitsInFirst));
-  image->SetAt(startByte, byte);
-  uint32_t bitsLeft = numBits - bitsInFirst;
-  uint32_t index = startByte;
-  // At most four more bytes, numBits being at most 32. Each is read, changed and stored whole,
-  // so the bits of a neighbouring field in the last byte survive.
-  while (bitsLeft > 0) {
-    if (!image->GetByte(++index, byte)) return 0;
-    const uint32_t take = std::min<uint32_t>(8, bitsLeft);
-    kovInsertBitsInByte(byte, 7, take, kovExtractBits(value, bitsLeft - 1u, take));
-    image->SetAt(index, byte);
-    bitsLeft -= take;
+  const uint32_t span = (skip + numBits + 7) / 8;
+  if (span <= image->m_size - startByte) {
+    const uint32_t shift = span * 8 - skip - numBits;
+    uint64_t word = loadBE(at, span);
+    word = (word & ~(bits << shift)) | ((uint64_t{value} & bits) << shift);
+    for (uint32_t i = span; i-- > 0; word >>= 8) at[i] = static_cast<uint8_t>(word);
+    return 1;
   }
-  return 1;
+  return writeBitsByteByByte(image, startByte, msbStart, value, numBits);
 }
 
 uint32_t kovExtractBits(uint32_t word, uint32_t msb, uint32_t numBits) {
@@ -179,29 +249,33 @@ int kovInsertBitsInByte(uint8_t& byte, uint32_t msb, uint32_t numBits, uint32_t 
 }
 
 void kovUpdateAsPerByteSpread(uint32_t& byteOffset, uint8_t& msbStart, uint32_t numBits) {
-  if (msbStart == 7) {
-    byteOffset += numBits >> 3;
-    msbStart = static_cast<uint8_t>(7 - (numBits & 7));
-  } else if (numBits > msbStart + 1u) {
-    // Past the rest of this byte: x bits remain, counted from bit 7 of the next byte.
-    const uint32_t x = numBits - msbStart - 1u;
-    byteOffset += (x >> 3) + 1;
-    msbStart = static_cast<uint8_t>(7 - (x & 7));
-  } else if (numBits == msbStart + 1u) {
-    byteOffset += 1;
-    msbStart = 7;
-  } else {
-    msbStart = static_cast<uint8_t>(msbStart - numBits);
-  }
+  // On the linear bit index: L = byte × 8 + 7 − MSB, moved on by numBits. A byte offset beyond
+  // 32 bits wraps around, as adding whole bytes to it would.
+  const uint64_t index = uint64_t{byteOffset} * 8 + (7u - msbStart) + numBits;
+  byteOffset = static_cast<uint32_t>(index >> 3);
+  msbStart = static_cast<uint8_t>(7 - (index & 7));
 }
 
 uint32_t kovNumBitsRequiredToStoreValue(uint32_t value) {
-  uint32_t numBits = 0;
-  do {
-    ++numBits;
-    value >>= 1;
-  } while (value != 0);
-  return numBits;
+  // Halves the width still in question at each step: 1 + the index of the highest bit set.
+  uint32_t numBits = 1;
+  if ((value >> 16) != 0) {
+    numBits += 16;
+    value >>= 16;
+  }
+  if ((value >> 8) != 0) {
+    numBits += 8;
+    value >>= 8;
+  }
+  if ((value >> 4) != 0) {
+    numBits += 4;
+    value >>= 4;
+  }
+  if ((value >> 2) != 0) {
+    numBits += 2;
+    value >>= 2;
+  }
+  return numBits + (value >> 1);
 }
 
 uint32_t kovGetKovName(uint16_t type, uint16_t id) {

@@ -89,6 +89,10 @@ class CKovImage {
   void SetAt(uint32_t index, uint32_t value, uint8_t numBytes);
 
  private:
+  // The bit writer stores into the buffer directly.
+  friend int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart,
+                                 uint32_t value, uint8_t numBits);
+
   std::unique_ptr<uint8_t[]> m_bytes;
   uint32_t m_size = 0;
 };

@@ -64,10 +64,8 @@ void CKovDataLayout::AddField(uint32_t fieldID, uint32_t prevFieldID, CKovFieldL
   orderedFieldIDs.push_back(fieldID);
 }
 
-CKovFieldLayout* CKovDataLayout::GetFieldLayout(uint32_t fieldID) const {
+CKovFieldLayout* CKovDataLayout::FindInComplexFields(uint32_t fieldID) const {
   CKovFieldLayout* found = nullptr;
-  if (fieldMap.Lookup(fieldID, found) && found != nullptr) return found;
-
   for (const auto& idAndLayout : fieldMap) {
     const CKovFieldLayout* fieldLayout = idAndLayout.second;
     if (fieldLayout == nullptr) continue;

@@ -56,7 +56,10 @@ class CKovDataLayout {
 
   // The layout of fieldID in this layout; else the first hit of a search through the complex
   // fields in map order (every option of a union, the entry of a list), at any depth; else null.
-  CKovFieldLayout* GetFieldLayout(uint32_t fieldID) const;
+  CKovFieldLayout* GetFieldLayout(uint32_t fieldID) const {
+    CKovFieldLayout* const* found = fieldMap.PLookup(fieldID);
+    return found != nullptr && *found != nullptr ? *found : FindInComplexFields(fieldID);
+  }
 
   // The id of the field before fieldID. fieldID itself when it is the first field or unknown.
   uint32_t GetPrevFieldID(uint32_t fieldID) const;
@@ -81,6 +84,9 @@ class CKovDataLayout {
   uint8_t GetMsbStart() const { return msbStart; }
 
  protected:
+  // The search of GetFieldLayout through the complex fields, for an id not directly here.
+  CKovFieldLayout* FindInComplexFields(uint32_t fieldID) const;
+
   CKovMap<uint32_t, CKovFieldLayout*> fieldMap;
   CKovMap<uint32_t, int32_t> positionMap;
   std::list<uint32_t> orderedFieldIDs;

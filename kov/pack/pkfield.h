@@ -24,12 +24,20 @@ class CKovPkField {
   const CKovField* GetData() const { return data; }
 
   // Writes the value in the entry at (entryStartByte, entryMsbStart); see the header comment.
+  // Inline: it stands between every entry and each of its values.
   PkStatus WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
                         uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
                         const CKovFieldLayout* layout, const CKovCpLayout* cpLayout,
-                        uint16_t blkID, int instance) const;
+                        uint16_t blkID, int instance) const {
+    if (!data->CanValueFitAsPerLayout(layout)) ThrowDoesNotFit(cpLayout, blkID);
+    return data->WriteToImage(pk, image, entryStartByte, entryMsbStart, fieldsMap, layout, cpLayout,
+                              blkID, instance);
+  }
 
  private:
+  // Throws the text of a value that does not fit its layout.
+  [[noreturn]] void ThrowDoesNotFit(const CKovCpLayout* cpLayout, uint16_t blkID) const;
+
   CKovField* data;
 };
 

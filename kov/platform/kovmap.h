@@ -6,19 +6,23 @@
 // keeps the order of the others. Example: keys added 1, 2, 17 iterate as 2, 1, 17 (1 and 2 share
 // bucket 0, 17 is in bucket 1).
 //
-// An index beside the buckets makes Lookup, SetAt, operator[] and RemoveKey O(1) on average,
-// whatever the number of keys; iteration is O(count + 17). Values are held by value: a map of
-// pointers does not own what they point at. Iterators and references stay valid until their key
-// is removed. Never throws but for exhausted memory.
+// Lookup, SetAt, operator[] and RemoveKey are O(1) on average, whatever the number of keys: a map
+// of up to 8 keys searches the one bucket of the key, a larger one keeps a hash index beside the
+// buckets (chained, at most one key a slot on average); iteration is O(count + 17). Values are
+// held by value: a map of pointers does not own what they point at. The entries live in blocks
+// that the map allocates 4, 8, 16, ... up to 1024 at a time and never moves, so a new key rarely
+// allocates; the block space of removed keys is used again, and RemoveAll keeps the blocks for the
+// keys to come. Iterators and references stay valid until their key is removed. Never throws but
+// for exhausted memory, which leaves the map as it was.
 #ifndef KOV_PLATFORM_KOVMAP_H
 #define KOV_PLATFORM_KOVMAP_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
-#include <list>
-#include <unordered_map>
+#include <new>
+#include <tuple>
 #include <utility>
 
 template <class K, class V>
@@ -30,10 +34,32 @@ class CKovMap {
   static constexpr size_t kNumBuckets = 17;
 
  private:
-  using Chain = std::list<value_type>;
-  using Buckets = std::array<Chain, kNumBuckets>;
+  struct Node {
+    template <class... Args>
+    explicit Node(Args&&... args) : kv(std::forward<Args>(args)...) {}
+    value_type kv;
+    Node* next = nullptr;      // the next key of the bucket, front to back
+    Node* prev = nullptr;      // the key before it in the bucket
+    Node* hashNext = nullptr;  // the next key of the index slot; of a free node, the next free
+  };
 
-  template <class BucketsT, class ChainIt, class Ref, class Ptr>
+  // A block of nodes: this header, then capacity nodes, of which the first used have been handed
+  // out (and are live or on the free list).
+  struct Block {
+    Block* newer;
+    uint32_t capacity;
+    uint32_t used;
+  };
+  static constexpr size_t kBlockHdrSz =
+      (sizeof(Block) + alignof(Node) - 1) / alignof(Node) * alignof(Node);
+  static_assert(alignof(Node) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "node alignment");
+  static constexpr uint32_t kFirstBlockNodes = 4;
+  static constexpr uint32_t kMaxBlockNodes = 1024;
+  // Up to this many keys a lookup walks the bucket of the key; beyond it the index is kept.
+  static constexpr uint32_t kScanLimit = 8;
+  static constexpr uint32_t kFirstIndexBits = 4;
+
+  template <class MapT, class NodeT, class Ref, class Ptr>
   class Iter {
    public:
     using iterator_category = std::forward_iterator_tag;
@@ -43,14 +69,11 @@ class CKovMap {
     using pointer = Ptr;
 
     Iter() = default;
-    Iter(BucketsT* buckets, size_t bucket, ChainIt it) : m_buckets(buckets), m_bucket(bucket), m_it(it) {
-      skipEmpty();
-    }
-    reference operator*() const { return *m_it; }
-    pointer operator->() const { return &*m_it; }
+    reference operator*() const { return m_node->kv; }
+    pointer operator->() const { return &m_node->kv; }
     Iter& operator++() {
-      ++m_it;
-      skipEmpty();
+      m_node = m_node->next;
+      if (m_node == nullptr) skipToBucketFrom(m_bucket + 1);
       return *this;
     }
     Iter operator++(int) {
@@ -58,27 +81,27 @@ class CKovMap {
       ++*this;
       return old;
     }
-    bool operator==(const Iter& o) const {
-      return m_bucket == o.m_bucket && (m_bucket == kNumBuckets || m_it == o.m_it);
-    }
+    bool operator==(const Iter& o) const { return m_node == o.m_node; }
     bool operator!=(const Iter& o) const { return !(*this == o); }
 
    private:
     friend class CKovMap;
-    void skipEmpty() {
-      while (m_bucket < kNumBuckets && m_it == (*m_buckets)[m_bucket].end()) {
-        if (++m_bucket < kNumBuckets) m_it = (*m_buckets)[m_bucket].begin();
+    Iter(MapT* map, size_t bucket) : m_map(map) { skipToBucketFrom(bucket); }
+    void skipToBucketFrom(size_t bucket) {
+      for (m_bucket = bucket; m_bucket < kNumBuckets; ++m_bucket) {
+        m_node = m_map->m_heads[m_bucket];
+        if (m_node != nullptr) return;
       }
+      m_node = nullptr;
     }
-    BucketsT* m_buckets = nullptr;
+    MapT* m_map = nullptr;
     size_t m_bucket = kNumBuckets;
-    ChainIt m_it{};
+    NodeT* m_node = nullptr;
   };
 
  public:
-  using iterator = Iter<Buckets, typename Chain::iterator, value_type&, value_type*>;
-  using const_iterator =
-      Iter<const Buckets, typename Chain::const_iterator, const value_type&, const value_type*>;
+  using iterator = Iter<CKovMap, Node, value_type&, value_type*>;
+  using const_iterator = Iter<const CKovMap, const Node, const value_type&, const value_type*>;
 
   CKovMap() = default;
   CKovMap(const CKovMap& other) { copyFrom(other); }
@@ -86,8 +109,15 @@ class CKovMap {
     if (this != &other) copyFrom(other);
     return *this;
   }
-  CKovMap(CKovMap&&) = default;
-  CKovMap& operator=(CKovMap&&) = default;
+  CKovMap(CKovMap&& other) noexcept { takeFrom(other); }
+  CKovMap& operator=(CKovMap&& other) noexcept {
+    if (this != &other) {
+      release();
+      takeFrom(other);
+    }
+    return *this;
+  }
+  ~CKovMap() { release(); }
 
   // The bucket a key belongs to.
   static size_t BucketOf(K key) { return (static_cast<uint32_t>(key) >> 4) % kNumBuckets; }
@@ -98,72 +128,277 @@ class CKovMap {
 
   // The value of key, inserted default-constructed at the front of its bucket when absent.
   V& operator[](K key) {
-    auto found = m_index.find(key);
-    if (found != m_index.end()) return found->second->second;
-    Chain& chain = m_buckets[BucketOf(key)];
-    chain.emplace_front(key, V());
-    m_index.emplace(key, chain.begin());
-    return chain.front().second;
+    Node* found = find(key);
+    if (found != nullptr) return found->kv.second;
+    return insertFront(key)->kv.second;
   }
 
   // Copies the value of key into value and returns true, or returns false and leaves value alone.
   bool Lookup(K key, V& value) const {
-    auto found = m_index.find(key);
-    if (found == m_index.end()) return false;
-    value = found->second->second;
+    const Node* found = find(key);
+    if (found == nullptr) return false;
+    value = found->kv.second;
     return true;
   }
 
   // A pointer to the value of key, or null.
   V* PLookup(K key) {
-    auto found = m_index.find(key);
-    return found == m_index.end() ? nullptr : &found->second->second;
+    Node* found = find(key);
+    return found == nullptr ? nullptr : &found->kv.second;
   }
   const V* PLookup(K key) const {
-    auto found = m_index.find(key);
-    return found == m_index.end() ? nullptr : &found->second->second;
+    const Node* found = find(key);
+    return found == nullptr ? nullptr : &found->kv.second;
   }
 
-  bool Contains(K key) const { return m_index.find(key) != m_index.end(); }
+  bool Contains(K key) const { return find(key) != nullptr; }
 
   // Removes key; false when it was absent.
   bool RemoveKey(K key) {
-    auto found = m_index.find(key);
-    if (found == m_index.end()) return false;
-    m_buckets[BucketOf(key)].erase(found->second);
-    m_index.erase(found);
+    Node* found = find(key);
+    if (found == nullptr) return false;
+    unlinkFromBucket(found);
+    unlinkFromIndex(found);
+    destroyNode(found);
+    --m_count;
     return true;
   }
 
   void RemoveAll() {
-    for (Chain& chain : m_buckets) chain.clear();
-    m_index.clear();
+    destroyAllNodes();
+    for (Block* block = m_firstBlock; block != nullptr; block = block->newer) block->used = 0;
+    m_block = m_firstBlock;
+    m_free = nullptr;
+    if (m_index != nullptr) std::memset(m_index, 0, indexSize() * sizeof(Node*));
   }
 
-  int GetCount() const { return static_cast<int>(m_index.size()); }
-  size_t size() const { return m_index.size(); }
-  bool IsEmpty() const { return m_index.empty(); }
-
-  iterator begin() { return iterator(&m_buckets, 0, m_buckets[0].begin()); }
-  iterator end() { return iterator(&m_buckets, kNumBuckets, typename Chain::iterator()); }
-  const_iterator begin() const { return const_iterator(&m_buckets, 0, m_buckets[0].begin()); }
-  const_iterator end() const {
-    return const_iterator(&m_buckets, kNumBuckets, typename Chain::const_iterator());
+  // Makes room for count keys in all, so that the keys up to that many take their space in one
+  // block; a map that already holds keys, or has held them, is left alone. Never throws but for
+  // exhausted memory.
+  void Reserve(size_t count) {
+    if (m_firstBlock != nullptr || count == 0) return;
+    reserveIndexFor(count);
+    size_t capacity = count < kFirstBlockNodes ? kFirstBlockNodes : count;
+    addBlock(static_cast<uint32_t>(capacity < kMaxBlockNodes ? capacity : kMaxBlockNodes));
   }
+
+  int GetCount() const { return static_cast<int>(m_count); }
+  size_t size() const { return m_count; }
+  bool IsEmpty() const { return m_count == 0; }
+
+  iterator begin() { return iterator(this, 0); }
+  iterator end() { return iterator(); }
+  const_iterator begin() const { return const_iterator(this, 0); }
+  const_iterator end() const { return const_iterator(); }
 
  private:
-  // Chains are rebuilt element by element: their pairs have const keys and cannot be assigned.
-  void copyFrom(const CKovMap& other) {
-    RemoveAll();
-    for (size_t b = 0; b < kNumBuckets; ++b) {
-      Chain& chain = m_buckets[b];
-      chain.insert(chain.end(), other.m_buckets[b].begin(), other.m_buckets[b].end());
-      for (auto it = chain.begin(); it != chain.end(); ++it) m_index.emplace(it->first, it);
+  size_t indexSize() const { return size_t{1} << m_indexBits; }
+  // Fibonacci hashing: the top bits of the key times 2^64 / golden ratio.
+  size_t slotOf(K key) const {
+    return static_cast<size_t>((static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ull) >>
+                               (64 - m_indexBits));
+  }
+
+  Node* find(K key) const {
+    if (m_index != nullptr) {
+      for (Node* n = m_index[slotOf(key)]; n != nullptr; n = n->hashNext) {
+        if (n->kv.first == key) return n;
+      }
+      return nullptr;
+    }
+    // Without an index the map holds at most kScanLimit keys: the walk is that short.
+    for (Node* n = m_heads[BucketOf(key)]; n != nullptr; n = n->next) {
+      if (n->kv.first == key) return n;
+    }
+    return nullptr;
+  }
+
+  // A fresh node holding key and a default value, linked at the front of its bucket.
+  Node* insertFront(K key) {
+    return linkFront(
+        newNode(std::piecewise_construct, std::forward_as_tuple(key), std::forward_as_tuple()));
+  }
+
+  // Everything that may throw happens before the node is linked: the index first, then the node.
+  template <class... Args>
+  Node* newNode(Args&&... args) {
+    reserveIndexFor(m_count + 1);
+    void* slot = takeSlot();
+    try {
+      return new (slot) Node(std::forward<Args>(args)...);
+    } catch (...) {
+      giveBackSlot(slot);
+      throw;
     }
   }
 
-  Buckets m_buckets;
-  std::unordered_map<K, typename Chain::iterator> m_index;
+  Node* linkFront(Node* n) {
+    Node*& head = m_heads[BucketOf(n->kv.first)];
+    n->next = head;
+    if (head != nullptr) head->prev = n;
+    head = n;
+    linkIntoIndex(n);
+    ++m_count;
+    return n;
+  }
+
+  void linkIntoIndex(Node* n) {
+    if (m_index == nullptr) return;
+    Node*& slot = m_index[slotOf(n->kv.first)];
+    n->hashNext = slot;
+    slot = n;
+  }
+
+  void unlinkFromBucket(Node* n) {
+    if (n->prev != nullptr) {
+      n->prev->next = n->next;
+    } else {
+      m_heads[BucketOf(n->kv.first)] = n->next;
+    }
+    if (n->next != nullptr) n->next->prev = n->prev;
+  }
+
+  void unlinkFromIndex(Node* n) {
+    if (m_index == nullptr) return;
+    // The chain of a slot holds one key on average.
+    for (Node** link = &m_index[slotOf(n->kv.first)]; *link != nullptr; link = &(*link)->hashNext) {
+      if (*link == n) {
+        *link = n->hashNext;
+        return;
+      }
+    }
+  }
+
+  // Builds the index once the map outgrows a walk of one bucket, and doubles it whenever the keys
+  // would outnumber its slots.
+  void reserveIndexFor(size_t count) {
+    if (m_index == nullptr ? count <= kScanLimit : count <= indexSize()) return;
+    uint32_t bits = m_index == nullptr ? kFirstIndexBits : m_indexBits + 1;
+    while ((size_t{1} << bits) < count) ++bits;
+    Node** index = new Node*[size_t{1} << bits]();
+    delete[] m_index;
+    m_index = index;
+    m_indexBits = bits;
+    for (Node* head : m_heads) {
+      for (Node* n = head; n != nullptr; n = n->next) linkIntoIndex(n);
+    }
+  }
+
+  void* takeSlot() {
+    if (m_free != nullptr) {
+      Node* n = m_free;
+      m_free = n->hashNext;
+      return n;
+    }
+    while (m_block != nullptr && m_block->used == m_block->capacity && m_block->newer != nullptr) {
+      m_block = m_block->newer;
+    }
+    if (m_block == nullptr || m_block->used == m_block->capacity) {
+      uint32_t capacity = m_block == nullptr ? kFirstBlockNodes : m_block->capacity * 2;
+      addBlock(capacity < kMaxBlockNodes ? capacity : kMaxBlockNodes);
+    }
+    return nodesOf(m_block) + m_block->used++;
+  }
+
+  // Appends an empty block of capacity nodes and takes new nodes from it.
+  void addBlock(uint32_t capacity) {
+    void* memory = ::operator new (kBlockHdrSz + size_t{capacity} * sizeof(Node));
+    Block* block = new (memory) Block{nullptr, capacity, 0};
+    if (m_block == nullptr) {
+      m_firstBlock = block;
+    } else {
+      m_block->newer = block;
+    }
+    m_block = block;
+  }
+
+  // Returns the slot of a node whose construction failed; it was the last one taken.
+  void giveBackSlot(void* slot) {
+    if (m_block != nullptr && m_block->used > 0 && slot == nodesOf(m_block) + m_block->used - 1) {
+      --m_block->used;
+      return;
+    }
+    Node* n = static_cast<Node*>(slot);
+    n->hashNext = m_free;
+    m_free = n;
+  }
+
+  // Ends the life of a node and puts its slot on the free list.
+  void destroyNode(Node* n) {
+    n->~Node();
+    n->hashNext = m_free;
+    m_free = n;
+  }
+
+  void destroyAllNodes() {
+    for (Node*& head : m_heads) {
+      for (Node* n = head; n != nullptr;) {
+        Node* next = n->next;
+        n->~Node();
+        n = next;
+      }
+      head = nullptr;
+    }
+    m_count = 0;
+  }
+
+  static Node* nodesOf(Block* block) {
+    return reinterpret_cast<Node*>(reinterpret_cast<unsigned char*>(block) + kBlockHdrSz);
+  }
+
+  void release() {
+    destroyAllNodes();
+    for (Block* block = m_firstBlock; block != nullptr;) {
+      Block* newer = block->newer;
+      block->~Block();
+      ::operator delete(block);
+      block = newer;
+    }
+    m_firstBlock = m_block = nullptr;
+    m_free = nullptr;
+    delete[] m_index;
+    m_index = nullptr;
+    m_indexBits = 0;
+  }
+
+  void takeFrom(CKovMap& other) {
+    std::memcpy(m_heads, other.m_heads, sizeof m_heads);
+    std::memset(other.m_heads, 0, sizeof other.m_heads);
+    m_index = std::exchange(other.m_index, nullptr);
+    m_indexBits = std::exchange(other.m_indexBits, 0);
+    m_count = std::exchange(other.m_count, 0);
+    m_firstBlock = std::exchange(other.m_firstBlock, nullptr);
+    m_block = std::exchange(other.m_block, nullptr);
+    m_free = std::exchange(other.m_free, nullptr);
+  }
+
+  // Each bucket is rebuilt back to back in the order of the other map.
+  void copyFrom(const CKovMap& other) {
+    RemoveAll();
+    for (size_t b = 0; b < kNumBuckets; ++b) {
+      Node* tail = nullptr;
+      for (const Node* from = other.m_heads[b]; from != nullptr; from = from->next) {
+        Node* n = newNode(from->kv);
+        n->prev = tail;
+        if (tail != nullptr) {
+          tail->next = n;
+        } else {
+          m_heads[b] = n;
+        }
+        tail = n;
+        linkIntoIndex(n);
+        ++m_count;
+      }
+    }
+  }
+
+  Node* m_heads[kNumBuckets] = {};
+  Node** m_index = nullptr;  // 2^m_indexBits slots, or null for a map of up to kScanLimit keys
+  uint32_t m_indexBits = 0;
+  uint32_t m_count = 0;
+  Block* m_firstBlock = nullptr;
+  Block* m_block = nullptr;  // the block new nodes come from
+  Node* m_free = nullptr;
 };
 
 #endif  // KOV_PLATFORM_KOVMAP_H

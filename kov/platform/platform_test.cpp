@@ -102,6 +102,46 @@ TEST(KovMap, ManyKeysStayConsistentWithReference) {
   EXPECT_EQ(map.size(), expected.size());
 }
 
+TEST(KovMap, ValuesKeepTheirAddressWhileTheMapGrowsAndShrinks) {
+  // The entries' blocks and the index grow beneath a value taken early; it must not move.
+  CKovMap<uint32_t, uint32_t> map;
+  uint32_t& first = map[5];
+  first = 55;
+  for (uint32_t k = 100; k < 5000; ++k) map.SetAt(k, k);
+  for (uint32_t k = 100; k < 5000; k += 2) map.RemoveKey(k);
+  for (uint32_t k = 6000; k < 7000; ++k) map.SetAt(k, k);  // into the space of removed keys
+  EXPECT_EQ(map.PLookup(5), &first);
+  EXPECT_EQ(first, 55u);
+  EXPECT_EQ(map.GetCount(), 1 + 2450 + 1000);
+}
+
+TEST(KovMap, RemoveAllThenRefillActsAsAFreshMap) {
+  // A refill reuses the blocks and the index of a larger first fill, which must leave no trace.
+  CKovMap<uint32_t, int> reused;
+  CKovMap<uint32_t, int> fresh;
+  for (uint32_t k = 0; k < 300; ++k) reused.SetAt(k * 3, 1);
+  reused.RemoveAll();
+  for (uint32_t k = 0; k < 40; ++k) {
+    reused.SetAt(k * 5, static_cast<int>(k));
+    fresh.SetAt(k * 5, static_cast<int>(k));
+  }
+  EXPECT_EQ(keysInOrder(reused), keysInOrder(fresh));
+  EXPECT_FALSE(reused.Contains(3));
+  EXPECT_EQ(reused.GetCount(), 40);
+}
+
+TEST(KovMap, MoveTakesTheKeysAndLeavesAnEmptyUsableMap) {
+  CKovMap<uint32_t, int> map;
+  for (uint32_t k = 0; k < 50; ++k) map.SetAt(k, static_cast<int>(k));
+  std::vector<uint32_t> order = keysInOrder(map);
+  CKovMap<uint32_t, int> moved(std::move(map));
+  EXPECT_EQ(keysInOrder(moved), order);
+  EXPECT_TRUE(map.IsEmpty());  // a map moved from is left empty and usable
+  map.SetAt(7, 1);
+  EXPECT_EQ(keysInOrder(map), (std::vector<uint32_t>{7}));
+  EXPECT_EQ(*moved.PLookup(7), 7);
+}
+
 TEST(Exception, CarriesTextCodeAndRuntimeClass) {
   CException* e = new CMevGenException("bad thing at 0x10", 0);
   EXPECT_TRUE(e->IsKindOf(KOV_RUNTIME_CLASS(CException)));

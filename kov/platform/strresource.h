@@ -13,6 +13,7 @@
 #define KOV_PLATFORM_STRRESOURCE_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 // Answers the text of id into text and returns true, or returns false when it has none.
@@ -20,6 +21,11 @@ using KovStringResolver = bool (*)(uint32_t id, std::string& text);
 
 // The text of id, or "" when no source has one. Never throws but for exhausted memory.
 std::string kovLoadString(uint32_t id);
+
+// The same text as kovLoadString, shared instead of copied: the fields named by one registered
+// text hold that one text, and keep it when it is registered again or cleared. Never throws but
+// for exhausted memory.
+std::shared_ptr<const std::string> kovLoadSharedString(uint32_t id);
 
 // Registers (or replaces) the application's text for id.
 void kovRegisterString(uint32_t id, const std::string& text);

@@ -27,6 +27,8 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
     : dataLayout(dataLayout) {
   status = UpDone;
   uint16_t blkID = blkLayout->GetBlkID();
+  // Most entries read every field of their layout: room for them all at once.
+  upFields.Reserve(dataLayout->GetFieldMap().size());
   try {
     for (uint32_t fieldID : dataLayout->GetOrderedFieldIDsList()) {
       status = UpDone;
@@ -73,10 +75,10 @@ void CKovUpEntry::Cleanup() {
 }
 
 void CKovUpEntry::AddUpField(uint32_t fieldID, CKovUpField* field) {
-  CKovUpField* previous = nullptr;
+  CKovUpField*& slot = upFields[fieldID];
   // A second field under one id would leave the first without an owner.
-  if (upFields.Lookup(fieldID, previous)) delete previous;
-  upFields.SetAt(fieldID, field);
+  delete slot;
+  slot = field;
 }
 
 const CKovUpField* CKovUpEntry::GetUpField(uint32_t fieldID) const {
