@@ -115,7 +115,7 @@ TEST(Kovtool, SampleOutputsMatchTheirGoldenFiles) {
   packSample(dir);
   ToolRun inspect = kovtoolIn("inspect " + q(dir + "radio.kov") + " --layout " + q(kLayout));
   EXPECT_EQ(inspect.status, 0) << inspect.err;
-  EXPECT_EQ(inspect.out, readText(kTestData + "/radio.inspect.txt"));
+  EXPECT_EQ(inspect.out, readText(kTestData + "/radio.headers.txt"));
   ToolRun tree = kovtoolIn("tree " + q(kLayout));
   EXPECT_EQ(tree.status, 0) << tree.err;
   EXPECT_EQ(tree.out, readText(kTestData + "/radio.tree.txt"));
@@ -203,7 +203,7 @@ TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
   }
   EXPECT_NE(run.out.find("round trip: the unpacked values pack to the same bytes"),
             std::string::npos);
-  EXPECT_EQ(readText(dir + "out/radio.inspect.txt"), readText(kTestData + "/radio.inspect.txt"));
+  EXPECT_EQ(readText(dir + "out/radio.inspect.txt"), readText(kTestData + "/radio.headers.txt"));
   EXPECT_EQ(readBytes(dir + "out/radio.kov"), packSample(dir));
 }
 
