@@ -37,7 +37,7 @@ const CKovField* placedField(const KovFieldsMap* fieldsMap, uint32_t id) {
 }  // namespace
 
 CKovField::CKovField(uint32_t fieldID)
-    : fieldName(kovLoadSharedString(fieldID)), fieldID(fieldID) {}
+    : fieldName(&kovLoadInternedString(fieldID)), fieldID(fieldID) {}
 
 PkStatus CKovField::PatchFieldInImage(const CKovPk*, CKovImage*, const CKovFieldLayout*, uint32_t,
                                       uint8_t, uint16_t, int) const {

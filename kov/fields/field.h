@@ -21,7 +21,6 @@
 #define KOV_FIELDS_FIELD_H
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "kov/layout/fieldlayout.h"
@@ -193,13 +192,14 @@ class CKovField {
                      uint8_t entryMsbStart, const KovFieldsMap& fieldsMap, uint32_t lastBit,
                      uint16_t& value);
 
-  // The name as it was when the field was made, shared with the string resources.
-  std::shared_ptr<const std::string> fieldName;
+  // The name as it was when the field was made, kept by the string resources.
+  const std::string* fieldName;
   uint32_t fieldID;
-  // Where the field went and how many bits it takes: a record kept by the const writers.
+  // Where the field went and how many bits it takes: a record kept by the const writers. The
+  // byte-wide member comes last, so that a derived class's members fill the space behind it.
   mutable uint32_t byteOffsetInImage = 0;
-  mutable uint8_t startMsbInImage = 0;
   mutable uint32_t imageSize = 0;
+  mutable uint8_t startMsbInImage = 0;
 };
 
 #endif  // KOV_FIELDS_FIELD_H

@@ -276,8 +276,14 @@ TEST(CharField, Char4BitDigitIsStoredAsCodeLess0x30) {
 TEST(Field, NameComesFromStringResources) {
   EXPECT_EQ(CKovNumField(0, 424242, 8).GetFieldName(), "");
   kovRegisterString(424243, "Squelch level");
-  EXPECT_EQ(CKovNumField(0, 424243, 8).GetFieldName(), "Squelch level");
+  CKovNumField named(0, 424243, 8);
+  EXPECT_EQ(named.GetFieldName(), "Squelch level");
+  // The name is the one the field was made with, whatever the table holds later.
+  kovRegisterString(424243, "Squelch");
   kovClearRegisteredStrings();
+  EXPECT_EQ(named.GetFieldName(), "Squelch level");
+  EXPECT_EQ(CKovNumField(named).GetFieldName(), "Squelch level");
+  EXPECT_EQ(CKovNumField(0, 424243, 8).GetFieldName(), "");
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "kov/platform/strresource.h"
 
 #include <unordered_map>
-#include <vector>
+#include <unordered_set>
 
 namespace {
 
@@ -18,50 +18,48 @@ constexpr LibraryString kLibraryStrings[] = {
 };
 constexpr size_t kNumLibraryStrings = sizeof kLibraryStrings / sizeof kLibraryStrings[0];
 
-using SharedText = std::shared_ptr<const std::string>;
-
-// Each registered text is shared by every field named by it; registering again makes a new text
-// and leaves the old one to the fields that hold it.
-std::unordered_map<uint32_t, SharedText>& registeredStrings() {
-  static std::unordered_map<uint32_t, SharedText> strings;
-  return strings;
+// Every text ever handed out, each held once for the life of the process: a field keeps a pointer
+// to its name, so a text must outlive every field made with it, whatever is registered or cleared
+// later. The pool grows only by texts not seen before.
+const std::string& intern(const std::string& text) {
+  static std::unordered_set<std::string> pool;
+  return *pool.insert(text).first;
 }
 
-// The library's texts, then the empty text, made once.
-const SharedText& libraryString(size_t index) {
-  static const std::vector<SharedText> texts = [] {
-    std::vector<SharedText> made;
-    for (const LibraryString& s : kLibraryStrings) {
-      made.push_back(std::make_shared<const std::string>(s.text));
-    }
-    made.push_back(std::make_shared<const std::string>());
-    return made;
-  }();
-  return texts[index];
+// id -> its registered text, in the pool.
+std::unordered_map<uint32_t, const std::string*>& registeredStrings() {
+  static std::unordered_map<uint32_t, const std::string*> strings;
+  return strings;
 }
 
 KovStringResolver g_resolver = nullptr;
 
 }  // namespace
 
-std::shared_ptr<const std::string> kovLoadSharedString(uint32_t id) {
+const std::string& kovLoadInternedString(uint32_t id) {
   const auto& strings = registeredStrings();
   auto it = strings.find(id);
-  if (it != strings.end()) return it->second;
+  if (it != strings.end()) return *it->second;
   if (g_resolver != nullptr) {
     std::string text;
-    if (g_resolver(id, text)) return std::make_shared<const std::string>(std::move(text));
+    if (g_resolver(id, text)) return intern(text);
   }
-  for (size_t i = 0; i < kNumLibraryStrings; ++i) {
-    if (kLibraryStrings[i].id == id) return libraryString(i);
+  for (const LibraryString& s : kLibraryStrings) {
+    if (s.id == id) {
+      static const std::string* texts[kNumLibraryStrings] = {};
+      const std::string*& text = texts[&s - kLibraryStrings];
+      if (text == nullptr) text = &intern(s.text);
+      return *text;
+    }
   }
-  return libraryString(kNumLibraryStrings);
+  static const std::string& empty = intern(std::string());
+  return empty;
 }
 
-std::string kovLoadString(uint32_t id) { return *kovLoadSharedString(id); }
+std::string kovLoadString(uint32_t id) { return kovLoadInternedString(id); }
 
 void kovRegisterString(uint32_t id, const std::string& text) {
-  registeredStrings()[id] = std::make_shared<const std::string>(text);
+  registeredStrings()[id] = &intern(text);
 }
 
 void kovClearRegisteredStrings() { registeredStrings().clear(); }

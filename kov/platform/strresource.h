@@ -13,7 +13,6 @@
 #define KOV_PLATFORM_STRRESOURCE_H
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 // Answers the text of id into text and returns true, or returns false when it has none.
@@ -22,10 +21,11 @@ using KovStringResolver = bool (*)(uint32_t id, std::string& text);
 // The text of id, or "" when no source has one. Never throws but for exhausted memory.
 std::string kovLoadString(uint32_t id);
 
-// The same text as kovLoadString, shared instead of copied: the fields named by one registered
-// text hold that one text, and keep it when it is registered again or cleared. Never throws but
-// for exhausted memory.
-std::shared_ptr<const std::string> kovLoadSharedString(uint32_t id);
+// The same text as kovLoadString, without a copy: every text handed out is kept once, for the
+// life of the process, so the fields named by it can point at it and keep it when their id is
+// registered again or cleared. Texts that differ are kept side by side; the same text is kept
+// once. Never throws but for exhausted memory.
+const std::string& kovLoadInternedString(uint32_t id);
 
 // Registers (or replaces) the application's text for id.
 void kovRegisterString(uint32_t id, const std::string& text);
