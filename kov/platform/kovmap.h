@@ -7,8 +7,8 @@
 // bucket 0, 17 is in bucket 1).
 //
 // Lookup, SetAt, operator[] and RemoveKey are O(1) on average, whatever the number of keys: a map
-// of up to 8 keys searches the one bucket of the key, a larger one keeps a hash index beside the
-// buckets (chained, at most one key a slot on average); iteration is O(count + 17). Values are
+// of up to ScanLimit keys searches the one bucket of the key, a larger one keeps a hash index beside
+// the buckets (chained, at most one key a slot on average); iteration is O(count + 17). Values are
 // held by value: a map of pointers does not own what they point at. The entries live in blocks
 // that the map allocates 4, 8, 16, ... up to 1024 at a time and never moves, so a new key rarely
 // allocates; the block space of removed keys is used again, and RemoveAll keeps the blocks for the
@@ -25,7 +25,9 @@
 #include <tuple>
 #include <utility>
 
-template <class K, class V>
+// ScanLimit is 8 unless chosen. Maps kept one per unpacked entry raise it, trading a walk of up to
+// that many keys for the index's 8 bytes a slot.
+template <class K, class V, uint32_t ScanLimit = 8>
 class CKovMap {
  public:
   using key_type = K;
@@ -56,7 +58,7 @@ class CKovMap {
   static constexpr uint32_t kFirstBlockNodes = 4;
   static constexpr uint32_t kMaxBlockNodes = 1024;
   // Up to this many keys a lookup walks the bucket of the key; beyond it the index is kept.
-  static constexpr uint32_t kScanLimit = 8;
+  static constexpr uint32_t kScanLimit = ScanLimit;
   static constexpr uint32_t kFirstIndexBits = 4;
 
   template <class MapT, class NodeT, class Ref, class Ptr>

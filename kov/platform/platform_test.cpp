@@ -10,8 +10,8 @@
 
 namespace {
 
-template <class K, class V>
-std::vector<K> keysInOrder(const CKovMap<K, V>& map) {
+template <class K, class V, uint32_t S>
+std::vector<K> keysInOrder(const CKovMap<K, V, S>& map) {
   std::vector<K> keys;
   for (const auto& kv : map) keys.push_back(kv.first);
   return keys;
@@ -78,28 +78,48 @@ TEST(KovMap, CopyIsIndependentAndKeepsOrder) {
   EXPECT_EQ(*assigned.PLookup(7), -1);
 }
 
-TEST(KovMap, ManyKeysStayConsistentWithReference) {
-  // Inserts and removes tens of thousands of keys; the order must match a model of the buckets.
-  CKovMap<uint32_t, uint32_t> map;
+// Inserts and removes keys drawn from [0, keyRange); after every step the order and the values
+// must match a model of the buckets.
+template <class Map>
+void checkAgainstBucketModel(int steps, uint32_t keyRange, int checkEvery) {
+  Map map;
   std::vector<std::vector<uint32_t>> model(17);
   uint32_t x = 12345;
-  for (int i = 0; i < 40000; ++i) {
+  for (int i = 0; i < steps; ++i) {
     x = x * 1103515245u + 12345u;
-    uint32_t key = (x >> 8) % 50000;
+    uint32_t key = (x >> 8) % keyRange;
     auto& chain = model[(key >> 4) % 17];
     auto pos = std::find(chain.begin(), chain.end(), key);
     if (i % 3 == 2) {
-      EXPECT_EQ(map.RemoveKey(key), pos != chain.end());
+      ASSERT_EQ(map.RemoveKey(key), pos != chain.end()) << "step " << i;
       if (pos != chain.end()) chain.erase(pos);
     } else {
       map.SetAt(key, key + 1);
       if (pos == chain.end()) chain.insert(chain.begin(), key);
     }
+    if (i % checkEvery == checkEvery - 1 || i == steps - 1) {
+      std::vector<uint32_t> expected;
+      for (const auto& c : model) expected.insert(expected.end(), c.begin(), c.end());
+      ASSERT_EQ(keysInOrder(map), expected) << "step " << i;
+      ASSERT_EQ(map.size(), expected.size());
+      for (uint32_t k : expected) {
+        const uint32_t* v = map.PLookup(k);
+        ASSERT_TRUE(v != nullptr && *v == k + 1) << "key " << k << " at step " << i;
+      }
+    }
   }
-  std::vector<uint32_t> expected;
-  for (const auto& chain : model) expected.insert(expected.end(), chain.begin(), chain.end());
-  EXPECT_EQ(keysInOrder(map), expected);
-  EXPECT_EQ(map.size(), expected.size());
+}
+
+TEST(KovMap, ManyKeysStayConsistentWithReference) {
+  // Tens of thousands of keys: the map lives on its index.
+  checkAgainstBucketModel<CKovMap<uint32_t, uint32_t>>(40000, 50000, 40000);
+}
+
+TEST(KovMap, SmallMapsCrossTheirScanLimitBothWays) {
+  // A few dozen keys, most in three buckets: the maps grow past their scan limit (8, and 16 as
+  // for the maps of unpacked entries) and shrink below it again, checked at every step.
+  checkAgainstBucketModel<CKovMap<uint32_t, uint32_t>>(3000, 40, 1);
+  checkAgainstBucketModel<CKovMap<uint32_t, uint32_t, 16>>(3000, 40, 1);
 }
 
 TEST(KovMap, ValuesKeepTheirAddressWhileTheMapGrowsAndShrinks) {
@@ -180,6 +200,28 @@ TEST(MessageBox, RecordingHandlerSeesTextsAndDefaultIsRestored) {
   KovMessageBoxHandler current = kovSetMessageBoxHandler(nullptr);
   EXPECT_NE(current, nullptr);
   EXPECT_EQ(kovSetMessageBoxHandler(current), current);  // null installed the default
+}
+
+TEST(StringResources, InternedTextsOutliveTheirRegistrationAndResolver) {
+  // A field points at the text it was named with: the text must stay when the id is registered
+  // again, cleared, or its resolver removed.
+  kovRegisterString(900010, "First");
+  const std::string& first = kovLoadInternedString(900010);
+  kovRegisterString(900010, "Second");
+  const std::string& second = kovLoadInternedString(900010);
+  kovClearRegisteredStrings();
+  KovStringResolver previous =
+      kovSetStringResolver([](uint32_t, std::string& text) { return text = "Resolved", true; });
+  const std::string& resolved = kovLoadInternedString(900011);
+  kovSetStringResolver(previous);
+  EXPECT_EQ(first, "First");
+  EXPECT_EQ(second, "Second");
+  EXPECT_EQ(resolved, "Resolved");
+  EXPECT_EQ(kovLoadString(900010), "");
+  // The same text is kept once, whichever road gave it.
+  kovRegisterString(900012, "Resolved");
+  EXPECT_EQ(&kovLoadInternedString(900012), &resolved);
+  kovClearRegisteredStrings();
 }
 
 TEST(StringResources, LibraryTableApplicationTextsAndResolver) {

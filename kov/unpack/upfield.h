@@ -27,6 +27,7 @@ class CKovUpField {
 };
 
 // Field id -> unpacked field: the map of an unpacked entry, and a map of values for measuring.
-using KovUpFieldMap = CKovMap<uint32_t, CKovUpField*>;
+// There is one such map per entry read, so it walks up to 16 keys rather than keep an index.
+using KovUpFieldMap = CKovMap<uint32_t, CKovUpField*, 16>;
 
 #endif  // KOV_UNPACK_UPFIELD_H
