@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bench/w1.h"
+#include "bench/workloads.h"
 
 // Outside any namespace and never inlined: the profiler finds them by these names.
 __attribute__((noinline)) void w1ProbePack(const CKovCpLayout* layout, const w1::PackTree& tree,
@@ -28,12 +29,44 @@ __attribute__((noinline)) void w1ProbeUnpack(const CKovCpLayout* layout,
   if (copy) w1::copyOut(*up, banks);
 }
 
+// The deferred workload of workloads.h, pack or unpack, with `instances` instances a block.
+__attribute__((noinline)) void deferredProbePack(const KovBenchWorkload& w,
+                                                 std::vector<uint8_t>& image) {
+  image = kovBenchPack(w);
+}
+__attribute__((noinline)) void deferredProbeUnpack(const KovBenchWorkload& w,
+                                                   const std::vector<uint8_t>& image,
+                                                   std::unique_ptr<CKovUp>& up) {
+  up = std::make_unique<CKovUp>(w.layout.get(), image, "");
+  up->FullUnpack();
+}
+
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fprintf(stderr, "usage: kov_w1_probe pack|unpack|copy B\n");
+    std::fprintf(stderr, "usage: kov_w1_probe pack|unpack|copy|deferred-pack|deferred-unpack B\n");
     return 2;
   }
   std::string mode = argv[1];
+  if (mode == "deferred-pack" || mode == "deferred-unpack") {
+    uint32_t n = static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10));
+    try {
+      auto w = kovBenchDeferred(n);
+      std::vector<uint8_t> image;
+      std::unique_ptr<CKovUp> up;
+      if (mode == "deferred-pack") {
+        deferredProbePack(*w, image);
+      } else {
+        image = kovBenchPack(*w);
+        deferredProbeUnpack(*w, image, up);
+      }
+    } catch (CMevGenException* e) {
+      std::fprintf(stderr, "kov_w1_probe: %s\n", e->GetMessage().c_str());
+      delete e;
+      return 1;
+    }
+    std::printf("kov_w1_probe: %s of N=%u done\n", mode.c_str(), n);
+    return 0;
+  }
   uint32_t b = static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10));
   if (b < 1 || b > w1::kMaxInstances) {
     std::fprintf(stderr, "kov_w1_probe: B must be 1 to %u\n", w1::kMaxInstances);
