@@ -41,33 +41,23 @@ __attribute__((noinline)) void deferredProbeUnpack(const KovBenchWorkload& w,
   up->FullUnpack();
 }
 
-int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::fprintf(stderr, "usage: kov_w1_probe pack|unpack|copy|deferred-pack|deferred-unpack B\n");
-    return 2;
+// The deferred workload's probe; the exit status.
+int runDeferred(const std::string& mode, uint32_t n) {
+  auto w = kovBenchDeferred(n);
+  std::vector<uint8_t> image;
+  std::unique_ptr<CKovUp> up;
+  if (mode == "deferred-pack") {
+    deferredProbePack(*w, image);
+  } else {
+    image = kovBenchPack(*w);
+    deferredProbeUnpack(*w, image, up);
   }
-  std::string mode = argv[1];
-  if (mode == "deferred-pack" || mode == "deferred-unpack") {
-    uint32_t n = static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10));
-    try {
-      auto w = kovBenchDeferred(n);
-      std::vector<uint8_t> image;
-      std::unique_ptr<CKovUp> up;
-      if (mode == "deferred-pack") {
-        deferredProbePack(*w, image);
-      } else {
-        image = kovBenchPack(*w);
-        deferredProbeUnpack(*w, image, up);
-      }
-    } catch (CMevGenException* e) {
-      std::fprintf(stderr, "kov_w1_probe: %s\n", e->GetMessage().c_str());
-      delete e;
-      return 1;
-    }
-    std::printf("kov_w1_probe: %s of N=%u done\n", mode.c_str(), n);
-    return 0;
-  }
-  uint32_t b = static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10));
+  std::printf("kov_w1_probe: %s of N=%u done\n", mode.c_str(), n);
+  return 0;
+}
+
+// W1's probes, each checked against the W1 image or values; the exit status.
+int runW1(const std::string& mode, uint32_t b) {
   if (b < 1 || b > w1::kMaxInstances) {
     std::fprintf(stderr, "kov_w1_probe: B must be 1 to %u\n", w1::kMaxInstances);
     return 2;
@@ -76,32 +66,43 @@ int main(int argc, char** argv) {
   std::vector<w1::Bank> banks = w1::makeBanks(b);
   std::vector<uint8_t> image;
   w1::handPack(banks, image);
-  try {
-    if (mode == "pack") {
-      auto tree = w1::makePackTree(layout.get(), banks);
-      CKovImage packed(b * w1::kInstanceSz);
-      w1ProbePack(layout.get(), *tree, &packed);
-      if (std::memcmp(packed.GetBytesArray(), image.data(), image.size()) != 0) {
-        std::fprintf(stderr, "kov_w1_probe: the pack differs from the W1 image\n");
-        return 1;
-      }
-    } else if (mode == "unpack" || mode == "copy") {
-      std::vector<w1::Bank> read;
-      std::unique_ptr<CKovUp> up;
-      w1ProbeUnpack(layout.get(), image, mode == "copy", up, read);
-      if (mode == "copy" && read != banks) {
-        std::fprintf(stderr, "kov_w1_probe: the unpack differs from the W1 values\n");
-        return 1;
-      }
-    } else {
-      std::fprintf(stderr, "kov_w1_probe: unknown operation %s\n", mode.c_str());
-      return 2;
+  if (mode == "pack") {
+    auto tree = w1::makePackTree(layout.get(), banks);
+    CKovImage packed(b * w1::kInstanceSz);
+    w1ProbePack(layout.get(), *tree, &packed);
+    if (std::memcmp(packed.GetBytesArray(), image.data(), image.size()) != 0) {
+      std::fprintf(stderr, "kov_w1_probe: the pack differs from the W1 image\n");
+      return 1;
     }
+  } else if (mode == "unpack" || mode == "copy") {
+    std::vector<w1::Bank> read;
+    std::unique_ptr<CKovUp> up;
+    w1ProbeUnpack(layout.get(), image, mode == "copy", up, read);
+    if (mode == "copy" && read != banks) {
+      std::fprintf(stderr, "kov_w1_probe: the unpack differs from the W1 values\n");
+      return 1;
+    }
+  } else {
+    std::fprintf(stderr, "kov_w1_probe: unknown operation %s\n", mode.c_str());
+    return 2;
+  }
+  std::printf("kov_w1_probe: %s of B=%u done\n", mode.c_str(), b);
+  return 0;
+}
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: kov_w1_probe pack|unpack|copy|deferred-pack|deferred-unpack B\n");
+    return 2;
+  }
+  std::string mode = argv[1];
+  uint32_t size = static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 10));
+  try {
+    return mode == "deferred-pack" || mode == "deferred-unpack" ? runDeferred(mode, size)
+                                                                : runW1(mode, size);
   } catch (CMevGenException* e) {
     std::fprintf(stderr, "kov_w1_probe: %s\n", e->GetMessage().c_str());
     delete e;
     return 1;
   }
-  std::printf("kov_w1_probe: %s of B=%u done\n", mode.c_str(), b);
-  return 0;
 }
