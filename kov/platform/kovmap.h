@@ -6,14 +6,21 @@
 // keeps the order of the others. Example: keys added 1, 2, 17 iterate as 2, 1, 17 (1 and 2 share
 // bucket 0, 17 is in bucket 1).
 //
-// Lookup, SetAt, operator[] and RemoveKey are O(1) on average, whatever the number of keys: a map
-// of up to ScanLimit keys searches the one bucket of the key, a larger one keeps a hash index beside
-// the buckets (chained, at most one key a slot on average); iteration is O(count + 17). Values are
-// held by value: a map of pointers does not own what they point at. The entries live in blocks
-// that the map allocates 4, 8, 16, ... up to 1024 at a time and never moves, so a new key rarely
-// allocates; the block space of removed keys is used again, and RemoveAll keeps the blocks for the
-// keys to come. Iterators and references stay valid until their key is removed. Never throws but
-// for exhausted memory, which leaves the map as it was.
+// Lookup, SetAt, operator[] and RemoveKey are O(1) on average, whatever the number of keys;
+// iteration is O(count + 17). Values are held by value: a map of pointers does not own what they
+// point at. Never throws but for exhausted memory, which leaves the map as it was.
+//
+// Most maps of the library hold a few keys each (the fields of one entry), and there are many of
+// them, so a map has two forms:
+//  - compact, for trivially copyable keys and values while the map holds up to ScanLimit keys: one
+//    array of key-value pairs, kept in the reverse of the iteration order, that a lookup scans. The
+//    map object is 24 bytes and a pair of a 32-bit key and a pointer 16 bytes.
+//  - large, for more keys or other values: the keys in nodes that never move, allocated many at a
+//    time, linked in bucket order, with a hash index beside them once there are more than
+//    ScanLimit keys. Removing keys does not bring a map back to the compact form.
+// In the large form, iterators and references stay valid until their key is removed. In the
+// compact form any insertion or removal of a key may move the values, and so may the growth into
+// the large form: take no reference or iterator across them.
 #ifndef KOV_PLATFORM_KOVMAP_H
 #define KOV_PLATFORM_KOVMAP_H
 
@@ -23,12 +30,20 @@
 #include <iterator>
 #include <new>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
-// ScanLimit is 8 unless chosen. Maps kept one per unpacked entry raise it, trading a walk of up to
-// that many keys for the index's 8 bytes a slot.
-template <class K, class V, uint32_t ScanLimit = 8>
-class CKovMap {
+// ScanLimit is the most keys that a lookup walks rather than keep an index, and the most keys a
+// compact map holds; 16 unless chosen.
+template <class K, class V, uint32_t ScanLimit = 16>
+class CKovMap;
+
+namespace kov_detail {
+
+// The large form of CKovMap: its keys in nodes that never move, linked in bucket order, with a
+// hash index once there are more than ScanLimit keys. Its behaviour is CKovMap's.
+template <class K, class V, uint32_t ScanLimit>
+class KovBucketMap {
  public:
   using key_type = K;
   using mapped_type = V;
@@ -65,7 +80,7 @@ class CKovMap {
   class Iter {
    public:
     using iterator_category = std::forward_iterator_tag;
-    using value_type = CKovMap::value_type;
+    using value_type = KovBucketMap::value_type;
     using difference_type = std::ptrdiff_t;
     using reference = Ref;
     using pointer = Ptr;
@@ -87,7 +102,7 @@ class CKovMap {
     bool operator!=(const Iter& o) const { return !(*this == o); }
 
    private:
-    friend class CKovMap;
+    friend class KovBucketMap;
     Iter(MapT* map, size_t bucket) : m_map(map) { skipToBucketFrom(bucket); }
     void skipToBucketFrom(size_t bucket) {
       for (m_bucket = bucket; m_bucket < kNumBuckets; ++m_bucket) {
@@ -102,24 +117,31 @@ class CKovMap {
   };
 
  public:
-  using iterator = Iter<CKovMap, Node, value_type&, value_type*>;
-  using const_iterator = Iter<const CKovMap, const Node, const value_type&, const value_type*>;
+  using iterator = Iter<KovBucketMap, Node, value_type&, value_type*>;
+  using const_iterator = Iter<const KovBucketMap, const Node, const value_type&, const value_type*>;
 
-  CKovMap() = default;
-  CKovMap(const CKovMap& other) { copyFrom(other); }
-  CKovMap& operator=(const CKovMap& other) {
+  KovBucketMap() = default;
+  KovBucketMap(const KovBucketMap& other) {
+    try {
+      copyFrom(other);
+    } catch (...) {
+      release();
+      throw;
+    }
+  }
+  KovBucketMap& operator=(const KovBucketMap& other) {
     if (this != &other) copyFrom(other);
     return *this;
   }
-  CKovMap(CKovMap&& other) noexcept { takeFrom(other); }
-  CKovMap& operator=(CKovMap&& other) noexcept {
+  KovBucketMap(KovBucketMap&& other) noexcept { takeFrom(other); }
+  KovBucketMap& operator=(KovBucketMap&& other) noexcept {
     if (this != &other) {
       release();
       takeFrom(other);
     }
     return *this;
   }
-  ~CKovMap() { release(); }
+  ~KovBucketMap() { release(); }
 
   // The bucket a key belongs to.
   static size_t BucketOf(K key) { return (static_cast<uint32_t>(key) >> 4) % kNumBuckets; }
@@ -194,6 +216,8 @@ class CKovMap {
   const_iterator end() const { return const_iterator(); }
 
  private:
+  friend class ::CKovMap<K, V, ScanLimit>;
+
   size_t indexSize() const { return size_t{1} << m_indexBits; }
   // Fibonacci hashing: the top bits of the key times 2^64 / golden ratio.
   size_t slotOf(K key) const {
@@ -363,7 +387,7 @@ class CKovMap {
     m_indexBits = 0;
   }
 
-  void takeFrom(CKovMap& other) {
+  void takeFrom(KovBucketMap& other) {
     std::memcpy(m_heads, other.m_heads, sizeof m_heads);
     std::memset(other.m_heads, 0, sizeof other.m_heads);
     m_index = std::exchange(other.m_index, nullptr);
@@ -375,7 +399,7 @@ class CKovMap {
   }
 
   // Each bucket is rebuilt back to back in the order of the other map.
-  void copyFrom(const CKovMap& other) {
+  void copyFrom(const KovBucketMap& other) {
     RemoveAll();
     for (size_t b = 0; b < kNumBuckets; ++b) {
       Node* tail = nullptr;
@@ -401,6 +425,273 @@ class CKovMap {
   Block* m_firstBlock = nullptr;
   Block* m_block = nullptr;  // the block new nodes come from
   Node* m_free = nullptr;
+};
+
+}  // namespace kov_detail
+
+template <class K, class V, uint32_t ScanLimit>
+class CKovMap {
+  using Large = kov_detail::KovBucketMap<K, V, ScanLimit>;
+
+ public:
+  using key_type = K;
+  using mapped_type = V;
+  using value_type = std::pair<const K, V>;
+  static constexpr size_t kNumBuckets = 17;
+
+ private:
+  static constexpr bool kCompact = ScanLimit > 0 && std::is_trivially_copyable<K>::value &&
+                                   std::is_trivially_copyable<V>::value &&
+                                   std::is_default_constructible<V>::value;
+  static constexpr uint32_t kFirstCapacity = 4;
+
+  // Walks a compact map's array from its last pair down to its first, or a large map's nodes.
+  template <class Slot, class LargeIter, class Ref, class Ptr>
+  class Iter {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = CKovMap::value_type;
+    using difference_type = std::ptrdiff_t;
+    using reference = Ref;
+    using pointer = Ptr;
+
+    Iter() = default;
+    reference operator*() const { return m_slot != nullptr ? *m_slot : *m_large; }
+    pointer operator->() const { return m_slot != nullptr ? m_slot : m_large.operator->(); }
+    Iter& operator++() {
+      if (m_slot != nullptr) {
+        m_slot = m_slot == m_first ? nullptr : m_slot - 1;
+      } else {
+        ++m_large;
+      }
+      return *this;
+    }
+    Iter operator++(int) {
+      Iter old = *this;
+      ++*this;
+      return old;
+    }
+    bool operator==(const Iter& o) const { return m_slot == o.m_slot && m_large == o.m_large; }
+    bool operator!=(const Iter& o) const { return !(*this == o); }
+
+   private:
+    friend class CKovMap;
+    Iter(Slot* first, Slot* slot) : m_first(first), m_slot(slot) {}
+    explicit Iter(LargeIter large) : m_large(large) {}
+    Slot* m_first = nullptr;
+    Slot* m_slot = nullptr;  // the current pair of a compact map
+    LargeIter m_large;
+  };
+
+ public:
+  using iterator =
+      Iter<value_type, typename Large::iterator, value_type&, value_type*>;
+  using const_iterator = Iter<const value_type, typename Large::const_iterator,
+                              const value_type&, const value_type*>;
+
+  CKovMap() = default;
+  CKovMap(const CKovMap& other) { copyFrom(other); }
+  CKovMap& operator=(const CKovMap& other) {
+    if (this != &other) copyFrom(other);
+    return *this;
+  }
+  CKovMap(CKovMap&& other) noexcept { takeFrom(other); }
+  CKovMap& operator=(CKovMap&& other) noexcept {
+    if (this != &other) {
+      release();
+      takeFrom(other);
+    }
+    return *this;
+  }
+  ~CKovMap() { release(); }
+
+  // The bucket a key belongs to.
+  static size_t BucketOf(K key) { return Large::BucketOf(key); }
+
+  // Stores value under key: replaces the value of a present key in its place, or puts a new key
+  // at the front of its bucket.
+  void SetAt(K key, const V& value) { (*this)[key] = value; }
+
+  // The value of key, inserted default-constructed at the front of its bucket when absent.
+  V& operator[](K key) {
+    if (m_large == nullptr) {
+      if constexpr (kCompact) {
+        value_type* found = findCompact(key);
+        if (found != nullptr) return found->second;
+        if (m_count < ScanLimit) return insertCompact(key)->second;
+        growLarge();
+      } else {
+        m_large = new Large();
+      }
+    }
+    return (*m_large)[key];
+  }
+
+  // Copies the value of key into value and returns true, or returns false and leaves value alone.
+  bool Lookup(K key, V& value) const {
+    const V* found = PLookup(key);
+    if (found == nullptr) return false;
+    value = *found;
+    return true;
+  }
+
+  // A pointer to the value of key, or null.
+  V* PLookup(K key) {
+    if (m_large != nullptr) return m_large->PLookup(key);
+    value_type* found = findCompact(key);
+    return found == nullptr ? nullptr : &found->second;
+  }
+  const V* PLookup(K key) const { return const_cast<CKovMap*>(this)->PLookup(key); }
+
+  bool Contains(K key) const { return PLookup(key) != nullptr; }
+
+  // Removes key; false when it was absent.
+  bool RemoveKey(K key) {
+    if (m_large != nullptr) return m_large->RemoveKey(key);
+    value_type* found = findCompact(key);
+    if (found == nullptr) return false;
+    value_type* end = m_slots + m_count;
+    std::memmove(static_cast<void*>(found), found + 1,
+                 static_cast<size_t>(end - found - 1) * sizeof(value_type));
+    --m_count;
+    return true;
+  }
+
+  // Removes every key; the space stays for the keys to come.
+  void RemoveAll() {
+    if (m_large != nullptr) {
+      m_large->RemoveAll();
+    } else {
+      m_count = 0;
+    }
+  }
+
+  // Makes room for count keys in all, so that the keys up to that many take their space in one
+  // allocation; a map that already holds keys, or has held them, is left alone. Never throws but
+  // for exhausted memory.
+  void Reserve(size_t count) {
+    if (m_large != nullptr) {
+      m_large->Reserve(count);
+      return;
+    }
+    if (m_slots != nullptr || count == 0) return;
+    if (kCompact && count <= ScanLimit) {
+      m_slots = allocateSlots(static_cast<uint32_t>(count));
+      m_capacity = static_cast<uint32_t>(count);
+      return;
+    }
+    Large* large = new Large();
+    try {
+      large->Reserve(count);
+    } catch (...) {
+      delete large;
+      throw;
+    }
+    m_large = large;
+  }
+
+  int GetCount() const { return static_cast<int>(size()); }
+  size_t size() const { return m_large != nullptr ? m_large->size() : m_count; }
+  bool IsEmpty() const { return size() == 0; }
+
+  iterator begin() {
+    if (m_large != nullptr) return iterator(m_large->begin());
+    return m_count == 0 ? iterator() : iterator(m_slots, m_slots + m_count - 1);
+  }
+  iterator end() { return iterator(); }
+  const_iterator begin() const {
+    if (m_large != nullptr) return const_iterator(static_cast<const Large*>(m_large)->begin());
+    return m_count == 0 ? const_iterator() : const_iterator(m_slots, m_slots + m_count - 1);
+  }
+  const_iterator end() const { return const_iterator(); }
+
+ private:
+  static value_type* allocateSlots(uint32_t capacity) {
+    return static_cast<value_type*>(::operator new(size_t{capacity} * sizeof(value_type)));
+  }
+
+  value_type* findCompact(K key) const {
+    for (uint32_t i = 0; i < m_count; ++i) {
+      if (m_slots[i].first == key) return m_slots + i;
+    }
+    return nullptr;
+  }
+
+  // The array runs from the last key of the iteration to the first: a new key goes behind the
+  // keys of its bucket and of the buckets after it, in front of those of the buckets before it.
+  value_type* insertCompact(K key) {
+    if (m_count == m_capacity) {
+      uint32_t capacity = m_capacity == 0 ? kFirstCapacity : m_capacity * 2;
+      if (capacity > ScanLimit) capacity = ScanLimit;
+      value_type* slots = allocateSlots(capacity);
+      if (m_count != 0) std::memcpy(static_cast<void*>(slots), m_slots, m_count * sizeof(value_type));
+      ::operator delete(m_slots);
+      m_slots = slots;
+      m_capacity = capacity;
+    }
+    const size_t bucket = BucketOf(key);
+    uint32_t at = m_count;
+    while (at > 0 && BucketOf(m_slots[at - 1].first) < bucket) --at;
+    if (at != m_count) {
+      std::memmove(static_cast<void*>(m_slots + at + 1), m_slots + at,
+                   (m_count - at) * sizeof(value_type));
+    }
+    ++m_count;
+    return new (m_slots + at) value_type(std::piecewise_construct, std::forward_as_tuple(key),
+                                         std::forward_as_tuple());
+  }
+
+  // Moves a full compact map into the large form. Pushing each key to the front of its bucket,
+  // from the last of the iteration to the first, gives the same order.
+  void growLarge() {
+    Large* large = new Large();
+    try {
+      large->Reserve(size_t{m_count} * 2);
+      for (uint32_t i = 0; i < m_count; ++i) (*large)[m_slots[i].first] = m_slots[i].second;
+    } catch (...) {
+      delete large;
+      throw;
+    }
+    ::operator delete(m_slots);
+    m_slots = nullptr;
+    m_count = m_capacity = 0;
+    m_large = large;
+  }
+
+  void release() {
+    delete m_large;
+    m_large = nullptr;
+    ::operator delete(m_slots);
+    m_slots = nullptr;
+    m_count = m_capacity = 0;
+  }
+
+  void takeFrom(CKovMap& other) {
+    m_slots = std::exchange(other.m_slots, nullptr);
+    m_count = std::exchange(other.m_count, 0);
+    m_capacity = std::exchange(other.m_capacity, 0);
+    m_large = std::exchange(other.m_large, nullptr);
+  }
+
+  // The copy is made first, so that running out of memory leaves this map as it was.
+  void copyFrom(const CKovMap& other) {
+    CKovMap copy;
+    if (other.m_large != nullptr) {
+      copy.m_large = new Large(*other.m_large);
+    } else if (other.m_count != 0) {
+      copy.m_slots = allocateSlots(other.m_count);
+      copy.m_count = copy.m_capacity = other.m_count;
+      std::memcpy(static_cast<void*>(copy.m_slots), other.m_slots,
+                  other.m_count * sizeof(value_type));
+    }
+    release();
+    takeFrom(copy);
+  }
+
+  value_type* m_slots = nullptr;  // the compact form's pairs, or null
+  uint32_t m_count = 0;           // of the compact form
+  uint32_t m_capacity = 0;
+  Large* m_large = nullptr;  // the large form, or null
 };
 
 #endif  // KOV_PLATFORM_KOVMAP_H

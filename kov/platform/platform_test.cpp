@@ -78,16 +78,16 @@ TEST(KovMap, CopyIsIndependentAndKeepsOrder) {
   EXPECT_EQ(*assigned.PLookup(7), -1);
 }
 
-// Inserts and removes keys drawn from [0, keyRange); after every step the order and the values
-// must match a model of the buckets.
+// Inserts and removes keys drawn from 0, stride, 2 * stride, ... below keyRange * stride; at every
+// check the order and the values, and those of a copy, must match a model of the buckets.
 template <class Map>
-void checkAgainstBucketModel(int steps, uint32_t keyRange, int checkEvery) {
+void checkAgainstBucketModel(int steps, uint32_t keyRange, int checkEvery, uint32_t stride = 1) {
   Map map;
   std::vector<std::vector<uint32_t>> model(17);
   uint32_t x = 12345;
   for (int i = 0; i < steps; ++i) {
     x = x * 1103515245u + 12345u;
-    uint32_t key = (x >> 8) % keyRange;
+    uint32_t key = (x >> 8) % keyRange * stride;
     auto& chain = model[(key >> 4) % 17];
     auto pos = std::find(chain.begin(), chain.end(), key);
     if (i % 3 == 2) {
@@ -101,6 +101,7 @@ void checkAgainstBucketModel(int steps, uint32_t keyRange, int checkEvery) {
       std::vector<uint32_t> expected;
       for (const auto& c : model) expected.insert(expected.end(), c.begin(), c.end());
       ASSERT_EQ(keysInOrder(map), expected) << "step " << i;
+      ASSERT_EQ(keysInOrder(Map(map)), expected) << "copy at step " << i;
       ASSERT_EQ(map.size(), expected.size());
       for (uint32_t k : expected) {
         const uint32_t* v = map.PLookup(k);
@@ -116,15 +117,23 @@ TEST(KovMap, ManyKeysStayConsistentWithReference) {
 }
 
 TEST(KovMap, SmallMapsCrossTheirScanLimitBothWays) {
-  // A few dozen keys, most in three buckets: the maps grow past their scan limit (8, and 16 as
-  // for the maps of unpacked entries) and shrink below it again, checked at every step.
+  // A few dozen keys, most in three buckets: the maps outgrow their compact form (at 4 keys, and
+  // at 16) and go on in the large one, checked at every step.
+  checkAgainstBucketModel<CKovMap<uint32_t, uint32_t, 4>>(3000, 40, 1);
   checkAgainstBucketModel<CKovMap<uint32_t, uint32_t>>(3000, 40, 1);
-  checkAgainstBucketModel<CKovMap<uint32_t, uint32_t, 16>>(3000, 40, 1);
 }
 
-TEST(KovMap, ValuesKeepTheirAddressWhileTheMapGrowsAndShrinks) {
-  // The entries' blocks and the index grow beneath a value taken early; it must not move.
+TEST(KovMap, CompactMapsKeepTheOrderOfTheBucketsAsKeysComeAndGo) {
+  // At most 12 keys, spread over nine buckets: the map stays compact, and its array must be
+  // shifted the right way on every insertion and removal.
+  checkAgainstBucketModel<CKovMap<uint32_t, uint32_t>>(3000, 12, 1, 13);
+}
+
+TEST(KovMap, LargeMapsKeepTheAddressOfAValueWhileTheyGrowAndShrink) {
+  // Past its compact form, the entries' blocks and the index grow beneath a value taken early; it
+  // must not move. A map of values that are not trivially copyable is large from its first key.
   CKovMap<uint32_t, uint32_t> map;
+  for (uint32_t k = 10; k < 30; ++k) map.SetAt(k, k);
   uint32_t& first = map[5];
   first = 55;
   for (uint32_t k = 100; k < 5000; ++k) map.SetAt(k, k);
@@ -132,7 +141,14 @@ TEST(KovMap, ValuesKeepTheirAddressWhileTheMapGrowsAndShrinks) {
   for (uint32_t k = 6000; k < 7000; ++k) map.SetAt(k, k);  // into the space of removed keys
   EXPECT_EQ(map.PLookup(5), &first);
   EXPECT_EQ(first, 55u);
-  EXPECT_EQ(map.GetCount(), 1 + 2450 + 1000);
+  EXPECT_EQ(map.GetCount(), 20 + 1 + 2450 + 1000);
+
+  CKovMap<uint32_t, std::string> texts;
+  std::string& text = texts[1];
+  text = "kept";
+  for (uint32_t k = 2; k < 100; ++k) texts.SetAt(k, "x");
+  EXPECT_EQ(texts.PLookup(1), &text);
+  EXPECT_EQ(text, "kept");
 }
 
 TEST(KovMap, RemoveAllThenRefillActsAsAFreshMap) {

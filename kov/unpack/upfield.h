@@ -27,7 +27,6 @@ class CKovUpField {
 };
 
 // Field id -> unpacked field: the map of an unpacked entry, and a map of values for measuring.
-// There is one such map per entry read, so it walks up to 16 keys rather than keep an index.
-using KovUpFieldMap = CKovMap<uint32_t, CKovUpField*, 16>;
+using KovUpFieldMap = CKovMap<uint32_t, CKovUpField*>;
 
 #endif  // KOV_UNPACK_UPFIELD_H
