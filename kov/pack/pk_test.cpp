@@ -227,6 +227,29 @@ TEST(PkEntry, SkipsEmptySlotsAndWritesBothValuesGivenOneId) {
   EXPECT_EQ(Bytes(image.begin() + 11, image.end()), (Bytes{0, 0x21, 0, 1, 0, 2, 0, 0}));
 }
 
+// Counts the pack fields alive, to show that an entry deletes each it was given exactly once.
+struct CountedPkField : CKovPkField {
+  explicit CountedPkField(uint32_t id) : CKovPkField(new CKovNumField(0, id, 8)) { ++alive; }
+  ~CountedPkField() override { --alive; }
+  static int alive;
+};
+int CountedPkField::alive = 0;
+
+TEST(PkEntry, DeletesDisplacedAndRepeatedFieldsOnce) {
+  auto* entry = new CKovPkEntry(3);
+  auto* first = new CountedPkField(1);
+  auto* shared = new CountedPkField(2);
+  entry->AddPkField(1, first, 0);
+  entry->AddPkField(1, new CountedPkField(1), 0);  // pushes first out of its slot
+  entry->AddPkField(2, shared, 1);
+  entry->AddPkField(3, shared, 2);  // the same field in a second slot, under another id
+  entry->AddPkField(2, shared, 1);  // and once more where it already is
+  EXPECT_EQ((*entry->GetOrderedPkEntryArr())[2], shared);
+  EXPECT_EQ(CountedPkField::alive, 3);
+  delete entry;
+  EXPECT_EQ(CountedPkField::alive, 0);
+}
+
 // A list layout of 8-bit entries: its quantity in field leqID of block leqBlkID (split) or
 // calculated when leqBlkID is 0.
 CKovFieldLayout* listLayout(uint32_t id, const CKovBlkLayout* blk, uint16_t leqBlkID = 0,

@@ -10,9 +10,20 @@
 #include "kov/platform/mevgenexception.h"
 
 CKovPkEntry::CKovPkEntry(int numberOfFields)
-    : orderedPkFields(static_cast<size_t>(std::max(numberOfFields, 0)), nullptr) {}
+    : orderedPkFields(static_cast<size_t>(std::max(numberOfFields, 0)), nullptr) {
+  pkFieldMap.Reserve(orderedPkFields.size());
+}
 
-CKovPkEntry::~CKovPkEntry() = default;
+// A field may sit in several slots, or in a slot and among the displaced: each is deleted once.
+CKovPkEntry::~CKovPkEntry() {
+  std::vector<CKovPkField*> all;
+  all.reserve(orderedPkFields.size() + displaced.size());
+  all.insert(all.end(), orderedPkFields.begin(), orderedPkFields.end());
+  all.insert(all.end(), displaced.begin(), displaced.end());
+  std::sort(all.begin(), all.end());
+  all.erase(std::unique(all.begin(), all.end()), all.end());
+  for (CKovPkField* field : all) delete field;
+}
 
 void CKovPkEntry::AddPkField(uint32_t id, CKovPkField* field, int position) {
   if (position < 0 || static_cast<size_t>(position) >= orderedPkFields.size()) {
@@ -22,11 +33,16 @@ void CKovPkEntry::AddPkField(uint32_t id, CKovPkField* field, int position) {
                   id, static_cast<int>(orderedPkFields.size())),
         0);
   }
-  bool known = std::any_of(owned.begin(), owned.end(),
-                           [field](const std::unique_ptr<CKovPkField>& p) { return p.get() == field; });
-  if (!known) owned.emplace_back(field);
-  pkFieldMap.SetAt(id, field);
-  orderedPkFields[static_cast<size_t>(position)] = field;
+  CKovPkField*& slot = orderedPkFields[static_cast<size_t>(position)];
+  const bool displaces = slot != nullptr && slot != field;
+  if (displaces) displaced.push_back(slot);
+  try {
+    pkFieldMap.SetAt(id, field);
+  } catch (...) {
+    if (displaces) displaced.pop_back();
+    throw;
+  }
+  slot = field;
 }
 
 int CKovPkEntry::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,

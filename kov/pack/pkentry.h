@@ -26,9 +26,11 @@ class CKovPkEntry {
   CKovPkEntry& operator=(const CKovPkEntry&) = delete;
 
   // Takes ownership of field and puts it under id and in slot position. The same id again
-  // replaces the map's pointer; both objects stay in their slots and are written. A position
-  // outside the slots deletes field and throws
-  // "Position %d of field %u is outside the %d fields of its pack entry.".
+  // replaces the map's pointer; both objects stay in their slots and are written. A field that a
+  // later one pushes out of its slot is no longer written but kept until the entry goes; the same
+  // field may be given more than once. A position outside the slots deletes field and throws
+  // "Position %d of field %u is outside the %d fields of its pack entry.". Running out of memory
+  // leaves the entry as it was and field with the caller.
   void AddPkField(uint32_t id, CKovPkField* field, int position);
 
   const std::vector<CKovPkField*>* GetOrderedPkEntryArr() const { return &orderedPkFields; }
@@ -42,9 +44,8 @@ class CKovPkEntry {
  private:
   KovPkFieldMap pkFieldMap;
   std::vector<CKovPkField*> orderedPkFields;
-  // Every distinct pack field given to AddPkField, so that none is lost when an id or a slot is
-  // given twice.
-  std::vector<std::unique_ptr<CKovPkField>> owned;
+  // Fields pushed out of their slot by a later one: the entry owns them and the slots' fields.
+  std::vector<CKovPkField*> displaced;
 };
 
 #endif  // KOV_PACK_PKENTRY_H
