@@ -216,8 +216,6 @@ class KovBucketMap {
   const_iterator end() const { return const_iterator(); }
 
  private:
-  friend class ::CKovMap<K, V, ScanLimit>;
-
   size_t indexSize() const { return size_t{1} << m_indexBits; }
   // Fibonacci hashing: the top bits of the key times 2^64 / golden ratio.
   size_t slotOf(K key) const {
