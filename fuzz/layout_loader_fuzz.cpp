@@ -5,7 +5,7 @@
 #include <string>
 
 #include "kov/kov.h"
-#include "tools/kovjson/jsonlayout.h"
+#include "kovjson/jsonlayout.h"
 
 namespace {
 

@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "kov/kov.h"
-#include "tools/kovjson/imagewalk.h"
-#include "tools/kovjson/jsonlayout.h"
-#include "tools/kovjson/jsonread.h"
-#include "tools/kovjson/jsonvalues.h"
+#include "kovjson/imagewalk.h"
+#include "kovjson/jsonlayout.h"
+#include "kovjson/jsonread.h"
+#include "kovjson/jsonvalues.h"
 
 namespace {
 

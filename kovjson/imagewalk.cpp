@@ -1,10 +1,10 @@
-#include "tools/kovjson/imagewalk.h"
+#include "kovjson/imagewalk.h"
 
 #include <algorithm>
 #include <map>
 
 #include "kov/kov.h"
-#include "tools/kovjson/jsonlayout.h"
+#include "kovjson/jsonlayout.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/kovjson/jsonlayout.h"
+#include "kovjson/jsonlayout.h"
 
 #include <algorithm>
 #include <fstream>
@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "tools/kovjson/jsonread.h"
+#include "kovjson/jsonread.h"
 
 namespace {
 

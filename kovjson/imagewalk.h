@@ -7,8 +7,8 @@
 // byte 0 and stops at the end of the bytes or at the first instance that can't be whole: a header
 // cut short, a size below 2, an instance running past the end. Each step moves on by at least 8
 // bytes, so the walk ends. Never throws but for exhausted memory.
-#ifndef KOV_TOOLS_KOVJSON_IMAGEWALK_H
-#define KOV_TOOLS_KOVJSON_IMAGEWALK_H
+#ifndef KOVJSON_IMAGEWALK_H
+#define KOVJSON_IMAGEWALK_H
 
 #include <cstdint>
 #include <string>
@@ -47,4 +47,4 @@ std::string kovJsonInspectText(const KovJsonWalk& walk, size_t imageSize,
 std::vector<uint8_t> kovJsonWithoutPrefixes(const std::vector<uint8_t>& bytes,
                                             const KovJsonWalk& walk);
 
-#endif  // KOV_TOOLS_KOVJSON_IMAGEWALK_H
+#endif  // KOVJSON_IMAGEWALK_H

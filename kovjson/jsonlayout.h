@@ -19,8 +19,8 @@
 // of the offending value ("" for the whole document) and what is wrong. Nothing is left
 // registered then. Field names also become string resources (kovRegisterString), which are
 // process-wide: two layouts that give one field id two names share the name loaded last.
-#ifndef KOV_TOOLS_KOVJSON_JSONLAYOUT_H
-#define KOV_TOOLS_KOVJSON_JSONLAYOUT_H
+#ifndef KOVJSON_JSONLAYOUT_H
+#define KOVJSON_JSONLAYOUT_H
 
 #include <cstdint>
 #include <memory>
@@ -194,4 +194,4 @@ class CKovJsonLayout {
 // The top-level field named fieldID of block blk; null when it is not a top-level field.
 const KovJsonField* kovJsonTopField(const KovJsonBlock& blk, uint32_t fieldID);
 
-#endif  // KOV_TOOLS_KOVJSON_JSONLAYOUT_H
+#endif  // KOVJSON_JSONLAYOUT_H

@@ -4,8 +4,8 @@
 // Whole numbers are JSON integers or strings of hexadecimal digits after "0x" ("0x0011"); a
 // fraction, a negative number where none is allowed or a value outside its range is refused.
 // Every object may carry a "comment" member, which is not read.
-#ifndef KOV_TOOLS_KOVJSON_JSONREAD_H
-#define KOV_TOOLS_KOVJSON_JSONREAD_H
+#ifndef KOVJSON_JSONREAD_H
+#define KOVJSON_JSONREAD_H
 
 #include <cstdint>
 #include <initializer_list>
@@ -66,4 +66,4 @@ class KovJsonReader {
 // The name of a JSON value's type for messages: "an object", "a string", ...
 std::string kovJsonTypeName(const nlohmann::ordered_json& v);
 
-#endif  // KOV_TOOLS_KOVJSON_JSONREAD_H
+#endif  // KOVJSON_JSONREAD_H

@@ -1,4 +1,4 @@
-#include "tools/kovjson/jsonread.h"
+#include "kovjson/jsonread.h"
 
 #include <cctype>
 #include <cerrno>
@@ -6,7 +6,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "tools/kovjson/jsonlayout.h"
+#include "kovjson/jsonlayout.h"
 
 namespace {
 

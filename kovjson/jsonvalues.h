@@ -19,8 +19,8 @@
 // reach, rounded up to bytes (its configuration area at least). The values written from an unpack
 // pack back to the same bytes, for every image whose instance ids count from 0 in image order
 // and whose strings hold nothing behind a NUL.
-#ifndef KOV_TOOLS_KOVJSON_JSONVALUES_H
-#define KOV_TOOLS_KOVJSON_JSONVALUES_H
+#ifndef KOVJSON_JSONVALUES_H
+#define KOVJSON_JSONVALUES_H
 
 #include <cstdint>
 #include <memory>
@@ -29,7 +29,7 @@
 #include <vector>
 
 #include "kov/kov.h"
-#include "tools/kovjson/jsonlayout.h"
+#include "kovjson/jsonlayout.h"
 
 // The pack blocks of one values file and the map a CKovPk is made over.
 struct KovJsonPackData {
@@ -59,4 +59,4 @@ bool kovJsonLatin1FromUtf8(const std::string& text, std::string& bytes);
 // The JSON string of 8-bit characters: each byte is the code point of one character.
 std::string kovJsonUtf8FromLatin1(const std::string& bytes);
 
-#endif  // KOV_TOOLS_KOVJSON_JSONVALUES_H
+#endif  // KOVJSON_JSONVALUES_H

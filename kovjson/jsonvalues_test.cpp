@@ -1,4 +1,4 @@
-#include "tools/kovjson/jsonvalues.h"
+#include "kovjson/jsonvalues.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "kov/kovtest.h"
-#include "tools/kovjson/jsonread.h"
+#include "kovjson/jsonread.h"
 
 namespace {
 
@@ -223,7 +223,7 @@ std::string valuesError(const CKovJsonLayout& layout, const std::string& text) {
 }
 
 TEST(JsonValues, RefusesEachFaultOfTheSampleWithPointerAndText) {
-  std::string sample = std::string(KOVTOOL_SAMPLE_DIR) + "/layout.json";
+  std::string sample = std::string(KOV_RADIO_DIR) + "/layout.json";
   auto layout = CKovJsonLayout::LoadFile(sample, false);
   std::string seventeen = "[";
   for (int i = 0; i < 17; ++i) seventeen += std::string(i ? "," : "") + "{}";

@@ -1,4 +1,4 @@
-#include "tools/kovjson/jsonlayout.h"
+#include "kovjson/jsonlayout.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "kov/kovtest.h"
-#include "tools/kovjson/jsonvalues.h"
+#include "kovjson/jsonvalues.h"
 
 namespace {
 

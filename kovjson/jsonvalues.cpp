@@ -1,10 +1,10 @@
-#include "tools/kovjson/jsonvalues.h"
+#include "kovjson/jsonvalues.h"
 
 #include <algorithm>
 #include <optional>
 #include <utility>
 
-#include "tools/kovjson/jsonread.h"
+#include "kovjson/jsonread.h"
 
 namespace {
 
