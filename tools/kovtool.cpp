@@ -18,20 +18,17 @@
 #include "kovjson/jsonlayout.h"
 #include "kovjson/jsonread.h"
 #include "kovjson/jsonvalues.h"
+#include "tools/commands.h"
+#include "tools/toolio.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-constexpr int kRefused = 1;
-constexpr int kBadInput = 2;
-
-// A failure of the tool's own, with its exit status.
-struct ToolError {
-  int status;
-  std::string text;
-};
+constexpr int kRefused = kKovToolRefused;
+constexpr int kBadInput = kKovToolBadInput;
+using ToolError = KovToolError;
 
 int messageCount = 0;
 
@@ -42,24 +39,14 @@ void printMessageBox(const std::string& text) {
   std::fprintf(stderr, "note: %s\n", shown.c_str());
 }
 
-std::vector<uint8_t> readImage(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw ToolError{kBadInput, path + ": can't be read: " + std::strerror(errno)};
-  std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                             std::istreambuf_iterator<char>());
-  if (in.bad()) throw ToolError{kBadInput, path + ": can't be read"};
-  return bytes;
-}
+std::vector<uint8_t> readImage(const std::string& path) { return kovToolReadBytes(path); }
 
 void writeFile(const std::string& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << text;
-  out.close();
-  if (!out) throw ToolError{kRefused, path + ": can't be written: " + std::strerror(errno)};
+  kovToolWriteOutput(path, text);
 }
 
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
-  writeFile(path, std::string(bytes.begin(), bytes.end()));
+  kovToolWriteOutput(path, bytes);
 }
 
 Json readValues(const std::string& path) { return kovJsonParse(kovJsonReadFile(path), path); }
@@ -260,6 +247,8 @@ int main(int argc, char** argv) {
   demo->add_option("--layout", layoutPath, "Another layout file instead of the sample's");
   demo->add_option("--values", valuesPath, "Another values file instead of the sample's");
 
+  std::vector<KovToolCommand> commands = kovToolAddCommands(app);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -273,6 +262,9 @@ int main(int argc, char** argv) {
     if (*inspect) return cmdInspect(imagePath, layoutPath, prefixes);
     if (*verify) return cmdVerify(layoutPath);
     if (*tree) return cmdTree(layoutPath);
+    for (const KovToolCommand& command : commands) {
+      if (*command.sub) return command.run();
+    }
     return cmdDemo(argv[0], outDir, layoutPath, valuesPath);
   } catch (const KovJsonError& e) {
     std::fprintf(stderr, "kovtool: %s\n", e.what());
