@@ -39,11 +39,15 @@ using Json = nlohmann::ordered_json;
 // (a load or pack outside this module) gets the library's default, standard error.
 thread_local std::vector<std::string>* tlMessages = nullptr;
 
+// The handler must not throw: a text that can't be kept for want of memory is lost.
 void collectMessage(const std::string& text) {
-  if (tlMessages != nullptr) {
-    tlMessages->push_back(text);
-  } else {
+  if (tlMessages == nullptr) {
     std::fprintf(stderr, "%s\n", text.c_str());
+    return;
+  }
+  try {
+    tlMessages->push_back(text);
+  } catch (const std::bad_alloc&) {
   }
 }
 
@@ -120,7 +124,7 @@ Failure textFailure(FailKind kind, std::string text, long long offset = -1) {
 }
 
 // Runs work (without the GIL) and turns what it throws into a Failure of kind: the library's
-// CMevGenException pointer (deleted here), a KovJsonError, exhausted memory, any other standard
+// exception pointers (deleted here), a KovJsonError, exhausted memory, any other standard
 // exception.
 template <typename Work>
 Failure guarded(FailKind kind, Work&& work) {
@@ -131,6 +135,11 @@ Failure guarded(FailKind kind, Work&& work) {
     Failure f = textFailure(kind, e->GetMessage());
     delete e;
     return f;
+  } catch (CException* e) {
+    char text[512] = "";
+    e->GetErrorMessage(text, sizeof text);
+    delete e;
+    return textFailure(kind, text);
   } catch (const KovJsonError& e) {
     return jsonFailure(kind, e);
   } catch (const std::bad_alloc&) {
@@ -408,10 +417,8 @@ class Layout {
     return warnings;
   }
 
-  std::string Tree() const {
-    py::gil_scoped_release nogil;
-    return CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout());
-  }
+  // Under the GIL: the tree is quick to make, and the layout view keeps state of its own.
+  std::string Tree() const { return CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout()); }
 
   py::bytes Pack(py::handle values, bool prefixes) const {
     if (!PyDict_Check(values.ptr())) failValue("", "the values must be a dict of blocks");
