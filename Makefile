@@ -58,15 +58,17 @@ fuzz: fuzz-build
 fuzz-smoke: fuzz-build
 	@scripts/run-fuzz $(BUILD)-fuzz 20
 
-# The benchmarks, built for release in their own directory, then the peak memory of the W1 unpack.
+# The benchmarks, built for release in their own directory, then the peak memory of the W1 unpack,
+# then the Python module against Python construct on W1 and the fleet example's images a second.
 BENCH_FLAGS ?= --benchmark_repetitions=5 --benchmark_min_time=0.2
 bench:
 	@scripts/install-deps --bench
 	@cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DKOV_BUILD_BENCH=ON \
 	  -DKOV_BUILD_TESTS=OFF -DKOV_BUILD_EXAMPLES=OFF >/dev/null
-	@cmake --build $(BUILD)-bench -j $(JOBS) --target kov_bench kov_w1_mem kov_w1_probe
+	@cmake --build $(BUILD)-bench -j $(JOBS) --target kov_bench kov_w1_mem kov_w1_probe kov_python
 	@$(BUILD)-bench/bench/kov_bench $(BENCH_FLAGS)
 	@$(BUILD)-bench/bench/kov_w1_mem 30000
+	@PYTHONPATH=$(BUILD)-bench/python /usr/bin/python3 bench/python_bench.py
 
 clean:
 	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-fuzz $(BUILD)-bench

@@ -58,17 +58,22 @@ def radio_values(i, seed):
     return values
 
 
+def damaged(i):
+    """How image i is damaged: "flipped", "cut" or None."""
+    return "flipped" if i % 37 == 5 else "cut" if i % 53 == 7 else None
+
+
 def damage(image, i, seed):
     """The image as written: flipped or cut for the few images chosen to be damaged."""
     rng = random.Random(seed * 7919 + i)
-    if i % 37 == 5:
+    if damaged(i) == "flipped":
         records = [r for r in kov.inspect(image) if r["data_size"] > 0]
         record = rng.choice(records)
         at = record["offset"] + 6 + rng.randrange(record["data_size"])
         out = bytearray(image)
         out[at] ^= 0x10
         return bytes(out)
-    if i % 53 == 7:
+    if damaged(i) == "cut":
         return image[:-rng.randint(1, 5)]
     return image
 

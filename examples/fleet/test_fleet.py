@@ -28,6 +28,7 @@ def test_cluster_table_matches_a_plain_loop(images):
     # The generator damages images 5, 42, 79, 116, 153, 190 (a flipped byte) and 7, 60, 113, 166
     # (cut short): each shows one fault and the library's reason, and no counts.
     damaged = [i for i, r in enumerate(rows) if r["faults"]]
+    assert damaged == [i for i in range(200) if generate.damaged(i)]
     assert damaged == [5, 7, 42, 60, 79, 113, 116, 153, 166, 190]
     assert all(rows[i]["problem"] and rows[i]["channels"] is None for i in damaged)
     assert all(r["faults"] == 0 and not r["problem"] and r["channels"] >= 2 and r["contacts"] >= 1
