@@ -101,6 +101,14 @@ Failure textFailure(FailKind kind, std::string text, long long offset = -1) {
   return f;
 }
 
+// A library text as a str. A file name may hold any bytes, and texts may quote them: bytes that
+// are not UTF-8 become escapes (file names: surrogates, which os.fsencode turns back into them).
+py::str textOf(const std::string& text, const char* errors = "backslashreplace") {
+  PyObject* o = PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), errors);
+  if (o == nullptr) throw py::error_already_set();
+  return py::reinterpret_steal<py::str>(o);
+}
+
 // Raises failure as its Python exception: str() is the whole message ("file: pointer: text" for
 // the JSON files), the attributes text, file, pointer and offset the parts (None when absent).
 [[noreturn]] void raise(const Failure& failure) {
@@ -114,10 +122,11 @@ Failure textFailure(FailKind kind, std::string text, long long offset = -1) {
     message = failure.file + ": " + (failure.pointer.empty() ? "" : failure.pointer + ": ") +
               failure.text;
   }
-  py::object exc = py::reinterpret_borrow<py::object>(cls)(message);
-  exc.attr("text") = failure.text;
-  exc.attr("file") = failure.hasPointer ? py::object(py::str(failure.file)) : py::none();
-  exc.attr("pointer") = failure.hasPointer ? py::object(py::str(failure.pointer)) : py::none();
+  py::object exc = py::reinterpret_borrow<py::object>(cls)(textOf(message));
+  exc.attr("text") = textOf(failure.text);
+  exc.attr("file") =
+      failure.hasPointer ? py::object(textOf(failure.file, "surrogateescape")) : py::none();
+  exc.attr("pointer") = failure.hasPointer ? py::object(textOf(failure.pointer)) : py::none();
   exc.attr("offset") = failure.offset >= 0 ? py::object(py::int_(failure.offset)) : py::none();
   PyErr_SetObject(cls, exc.ptr());
   throw py::error_already_set();
@@ -151,7 +160,9 @@ Failure guarded(FailKind kind, Work&& work) {
 
 void warnAll(const std::vector<std::string>& texts) {
   for (const std::string& text : texts) {
-    if (PyErr_WarnEx(PyExc_UserWarning, text.c_str(), 1) != 0) throw py::error_already_set();
+    if (PyErr_WarnEx(PyExc_UserWarning, textOf(text).cast<std::string>().c_str(), 1) != 0) {
+      throw py::error_already_set();
+    }
   }
 }
 
@@ -581,7 +592,8 @@ PYBIND11_MODULE(kov, m) {
       .def_static(
           "load",
           [](py::object path) {
-            std::string p = py::str(py::module_::import("os").attr("fspath")(path));
+            // The path's bytes as the file system takes them (str, bytes or os.PathLike).
+            std::string p = py::bytes(py::module_::import("os").attr("fsencode")(path));
             return Layout::Load(p, p, true);
           },
           py::arg("path"),
@@ -616,7 +628,7 @@ PYBIND11_MODULE(kov, m) {
            "bytes. Raises ImageError (with offset when one is known) for an image the library "
            "refuses. Releases the GIL while unpacking.")
       .def_property_readonly(
-          "file", [](const Layout& l) { return l.Get().GetFile(); },
+          "file", [](const Layout& l) { return textOf(l.Get().GetFile(), "surrogateescape"); },
           "The file the layout was loaded from ('<string>' for from_json).")
       .def_property_readonly(
           "blocks",

@@ -3,6 +3,7 @@
 import binascii
 import json
 import os
+import pathlib
 import random
 import threading
 import warnings
@@ -110,6 +111,18 @@ def test_layout_text_tree_and_warnings(radio):
         advice = kov.Layout.load(os.path.join(TESTDATA, "advice-layout.json"))
     assert [str(w.message) for w in caught] == [warning]
     assert advice.verify() == [warning]
+
+
+def test_load_takes_str_bytes_and_path_like_paths(tmp_path):
+    # A path that is not UTF-8 comes back in file as os.fsdecode gives it.
+    path = os.path.join(RADIO, "layout.json")
+    for given in (path, os.fsencode(path), pathlib.Path(path)):
+        assert kov.Layout.load(given).file == path
+    missing = os.fsencode(str(tmp_path)) + b"/\xff.json"
+    with pytest.raises(kov.LayoutError) as info:
+        kov.Layout.load(missing)
+    assert os.fsencode(info.value.file) == missing
+    assert str(info.value) == str(tmp_path) + "/\\xff.json: can't be read: No such file or directory"
 
 
 def _with_bits(bits):
