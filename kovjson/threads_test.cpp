@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -76,6 +77,26 @@ TEST(Threads, PackAndUnpackDifferentImagesOverOneLayout) {
   done = true;
   loader.join();
   EXPECT_EQ(wrong, 0);
+}
+
+// Each thread keeps the names it looked up: a name registered again on another thread must
+// still reach it on its next look-up.
+TEST(Threads, NameRegisteredOnOneThreadReachesAnother) {
+  kovRegisterString(900101, "Before");
+  std::promise<void> registered;
+  std::promise<std::string> first;
+  std::string second;
+  std::thread reader([&] {
+    first.set_value(kovLoadString(900101));
+    registered.get_future().wait();
+    second = kovLoadString(900101);
+  });
+  EXPECT_EQ(first.get_future().get(), "Before");
+  kovRegisterString(900101, "After");
+  registered.set_value();
+  reader.join();
+  EXPECT_EQ(second, "After");
+  kovClearRegisteredStrings();
 }
 
 }  // namespace

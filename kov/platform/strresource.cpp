@@ -52,15 +52,45 @@ Strings& strings() {
 
 std::atomic<KovStringResolver> g_resolver{nullptr};
 
+// Every field a pack or unpack makes looks its name up, so threads keep what they looked up in a
+// cache of their own instead of taking the shared lock each time (its counter would bounce
+// between the cores). Any registration or clear moves the generation on, and a thread drops its
+// cache when it sees the generation move: a look-up begun after a registration has returned sees
+// it.
+std::atomic<uint64_t> g_generation{1};
+
+struct ThreadCache {
+  uint64_t generation = 0;
+  std::unordered_map<uint32_t, const std::string*> registered;  // null: none registered
+};
+
+// The registered text of id (null: none), from the cache of the calling thread.
+const std::string* registeredText(Strings& s, uint32_t id) {
+  thread_local ThreadCache cache;
+  uint64_t generation = g_generation.load(std::memory_order_acquire);
+  if (cache.generation != generation) {
+    // A fresh map, not clear(): clear() would sweep every bucket the map ever grew to, each time
+    // a layout being loaded on another thread registers one more name.
+    std::unordered_map<uint32_t, const std::string*>().swap(cache.registered);
+    cache.generation = generation;
+  }
+  auto hit = cache.registered.find(id);
+  if (hit != cache.registered.end()) return hit->second;
+  const std::string* text = nullptr;
+  {
+    std::shared_lock<std::shared_mutex> read(s.lock);
+    auto it = s.registered.find(id);
+    if (it != s.registered.end()) text = it->second;
+  }
+  cache.registered.emplace(id, text);
+  return text;
+}
+
 }  // namespace
 
 const std::string& kovLoadInternedString(uint32_t id) {
   Strings& s = strings();
-  {
-    std::shared_lock<std::shared_mutex> read(s.lock);
-    auto it = s.registered.find(id);
-    if (it != s.registered.end()) return *it->second;
-  }
+  if (const std::string* text = registeredText(s, id)) return *text;
   // The resolver is the application's code: it runs without the lock.
   KovStringResolver resolver = g_resolver.load();
   if (resolver != nullptr) {
@@ -82,12 +112,14 @@ void kovRegisterString(uint32_t id, const std::string& text) {
   Strings& s = strings();
   std::unique_lock<std::shared_mutex> write(s.lock);
   s.registered[id] = s.Intern(text);
+  g_generation.fetch_add(1, std::memory_order_release);
 }
 
 void kovClearRegisteredStrings() {
   Strings& s = strings();
   std::unique_lock<std::shared_mutex> write(s.lock);
   s.registered.clear();
+  g_generation.fetch_add(1, std::memory_order_release);
 }
 
 KovStringResolver kovSetStringResolver(KovStringResolver resolver) {

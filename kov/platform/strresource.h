@@ -8,8 +8,9 @@
 //   28522 "LEQ field"                 28526 "Max listlet LEQ"
 //   28523 "Max LEQ field"
 // An unknown id gives the empty string. Every function may be called from any thread: look-ups
-// share a lock, registration takes it alone. The resolver is called without the lock, from
-// whichever thread looks a text up.
+// share a lock, and each thread keeps what it looked up until the next registration or clear;
+// registration takes the lock alone. The resolver is called without the lock, from whichever
+// thread looks a text up.
 #ifndef KOV_PLATFORM_STRRESOURCE_H
 #define KOV_PLATFORM_STRRESOURCE_H
 
