@@ -169,18 +169,21 @@ def bench_threads(instances, calls=4):
     print("threads: %d calls at B = %d over one layout" % (calls, instances))
     for name, call in (("pack", lambda: layout.pack(values)),
                        ("unpack", lambda: layout.unpack(image))):
-        times = []
+        times, busy = [], []
         for n in (1, 2):
             threads = [threading.Thread(target=lambda: [call() for _ in range(calls // n)])
                        for _ in range(n)]
-            start = time.perf_counter()
+            start, cpu = time.perf_counter(), time.process_time()
             for t in threads:
                 t.start()
             for t in threads:
                 t.join()
             times.append(time.perf_counter() - start)
-        print("  %-6s 1 thread %7.0f ms, 2 threads %7.0f ms: %.2fx" % (
-            name, times[0] * 1e3, times[1] * 1e3, times[0] / times[1]))
+            busy.append((time.process_time() - cpu) / times[-1])
+        # Cores busy: the process's CPU time over the wall time; a machine shared with other
+        # work gives the threads less than two cores.
+        print("  %-6s 1 thread %7.0f ms, 2 threads %7.0f ms: %.2fx (cores busy %.2f, %.2f)" % (
+            name, times[0] * 1e3, times[1] * 1e3, times[0] / times[1], busy[0], busy[1]))
 
 
 def bench_fleet(count):
