@@ -83,22 +83,8 @@ struct Failure {
   explicit operator bool() const { return kind != FailKind::None; }
 };
 
-Failure jsonFailure(FailKind kind, const KovJsonError& e) {
-  Failure f;
-  f.kind = kind;
-  f.text = e.GetText();
-  f.file = e.GetFile();
-  f.pointer = e.GetPointer();
-  f.hasPointer = true;
-  return f;
-}
-
 Failure textFailure(FailKind kind, std::string text, long long offset = -1) {
-  Failure f;
-  f.kind = kind;
-  f.text = std::move(text);
-  f.offset = offset;
-  return f;
+  return Failure{kind, std::move(text), "", "", false, offset};
 }
 
 // A library text as a str. A file name may hold any bytes, and texts may quote them: bytes that
@@ -150,7 +136,7 @@ Failure guarded(FailKind kind, Work&& work) {
     delete e;
     return textFailure(kind, text);
   } catch (const KovJsonError& e) {
-    return jsonFailure(kind, e);
+    return Failure{kind, e.GetText(), e.GetFile(), e.GetPointer(), true, -1};
   } catch (const std::bad_alloc&) {
     return textFailure(FailKind::Memory, "");
   } catch (const std::exception& e) {
@@ -170,13 +156,7 @@ void warnAll(const std::vector<std::string>& texts) {
 // bools booleans, None null; lists and tuples arrays. Anything else is a ValuesError at its
 // pointer.
 [[noreturn]] void failValue(const std::string& at, const std::string& text) {
-  Failure f;
-  f.kind = FailKind::Values;
-  f.text = text;
-  f.file = "<values>";
-  f.pointer = at;
-  f.hasPointer = true;
-  raise(f);
+  raise(Failure{FailKind::Values, text, "<values>", at, true, -1});
 }
 
 // Where a value sits, built into a JSON pointer only when a value is refused.
@@ -275,70 +255,46 @@ Json toJson(PyObject* o, const Place& at) {
 // repeat in every instance and entry, so each distinct name is made a str once per call.
 class ToPy {
  public:
-  py::object Convert(const Json& j) { return py::reinterpret_steal<py::object>(Make(j)); }
-
- private:
-  // A new reference; throws error_already_set when Python fails (out of memory).
-  PyObject* Make(const Json& j) {
-    PyObject* o = nullptr;
+  py::object Convert(const Json& j) {
     switch (j.type()) {
       case Json::value_t::object: {
-        o = PyDict_New();
-        if (o == nullptr) break;
+        py::object d = checked(PyDict_New());
         for (auto it = j.begin(); it != j.end(); ++it) {
-          PyObject* value = nullptr;
-          try {
-            value = Make(it.value());
-          } catch (...) {
-            Py_DECREF(o);
-            throw;
-          }
-          int rc = PyDict_SetItem(o, Key(it.key()), value);
-          Py_DECREF(value);
-          if (rc != 0) {
-            Py_DECREF(o);
+          py::object value = Convert(it.value());
+          if (PyDict_SetItem(d.ptr(), Key(it.key()), value.ptr()) != 0) {
             throw py::error_already_set();
           }
         }
-        return o;
+        return d;
       }
       case Json::value_t::array: {
-        o = PyList_New(static_cast<Py_ssize_t>(j.size()));
-        if (o == nullptr) break;
+        py::object l = checked(PyList_New(static_cast<Py_ssize_t>(j.size())));
         Py_ssize_t i = 0;
-        for (const Json& e : j) {
-          try {
-            PyList_SET_ITEM(o, i++, Make(e));
-          } catch (...) {
-            Py_DECREF(o);
-            throw;
-          }
-        }
-        return o;
+        for (const Json& e : j) PyList_SET_ITEM(l.ptr(), i++, Convert(e).release().ptr());
+        return l;
       }
       case Json::value_t::string: {
         const std::string& s = j.get_ref<const std::string&>();
-        o = PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size()));
-        break;
+        return checked(PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size())));
       }
       case Json::value_t::number_unsigned:
-        o = PyLong_FromUnsignedLongLong(j.get<uint64_t>());
-        break;
+        return checked(PyLong_FromUnsignedLongLong(j.get<uint64_t>()));
       case Json::value_t::number_integer:
-        o = PyLong_FromLongLong(j.get<int64_t>());
-        break;
+        return checked(PyLong_FromLongLong(j.get<int64_t>()));
       case Json::value_t::number_float:
-        o = PyFloat_FromDouble(j.get<double>());
-        break;
+        return checked(PyFloat_FromDouble(j.get<double>()));
       case Json::value_t::boolean:
-        o = PyBool_FromLong(j.get<bool>() ? 1 : 0);
-        break;
+        return py::bool_(j.get<bool>());
       default:
-        Py_INCREF(Py_None);
-        o = Py_None;
+        return py::none();
     }
+  }
+
+ private:
+  // Takes a new reference; null (Python failed, out of memory) throws.
+  static py::object checked(PyObject* o) {
     if (o == nullptr) throw py::error_already_set();
-    return o;
+    return py::reinterpret_steal<py::object>(o);
   }
 
   // A borrowed reference to the str of name, kept in keys.
@@ -351,24 +307,29 @@ class ToPy {
   std::unordered_map<std::string, py::object> keys;
 };
 
-// The bytes of a buffer (bytes, bytearray, memoryview, any C-contiguous buffer), read in place
-// while the GIL is held. The library's unpack keeps a copy of its own, so the caller's buffer may
-// change once the call has begun without reaching it.
-std::vector<uint8_t> bytesOf(const py::buffer& data) {
+// A C-contiguous buffer (bytes, bytearray, memoryview, ...), held while this object lives.
+class BufferView {
+ public:
+  explicit BufferView(const py::buffer& data) {
+    if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_C_CONTIGUOUS) != 0) {
+      throw py::error_already_set();
+    }
+  }
+  ~BufferView() { PyBuffer_Release(&view); }
+  BufferView(const BufferView&) = delete;
+  BufferView& operator=(const BufferView&) = delete;
+  const uint8_t* begin() const { return static_cast<const uint8_t*>(view.buf); }
+  const uint8_t* end() const { return begin() + view.len; }
+
+ private:
   Py_buffer view;
-  if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_C_CONTIGUOUS) != 0) {
-    throw py::error_already_set();
-  }
-  const auto* p = static_cast<const uint8_t*>(view.buf);
-  std::vector<uint8_t> bytes;
-  try {
-    bytes.assign(p, p + view.len);
-  } catch (...) {
-    PyBuffer_Release(&view);
-    throw;
-  }
-  PyBuffer_Release(&view);
-  return bytes;
+};
+
+// The bytes of a buffer, read in place while the GIL is held. The library keeps a copy of its
+// own, so the caller's buffer may change once the call has begun without reaching it.
+std::vector<uint8_t> bytesOf(const py::buffer& data) {
+  BufferView view(data);
+  return std::vector<uint8_t>(view.begin(), view.end());
 }
 
 // The byte offset a library text names ("... at offset 12 ..."), else that of the first instance
@@ -544,13 +505,9 @@ py::list inspect(const py::buffer& data, const Layout* layout, bool prefixes) {
 }
 
 int crc16(const py::buffer& data) {
-  Py_buffer view;
-  if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_C_CONTIGUOUS) != 0) {
-    throw py::error_already_set();
-  }
+  BufferView view(data);
   uint16_t crc = 0;
-  kovCalculateChecksum(static_cast<const uint8_t*>(view.buf), static_cast<size_t>(view.len), crc);
-  PyBuffer_Release(&view);
+  kovCalculateChecksum(view.begin(), static_cast<size_t>(view.end() - view.begin()), crc);
   return crc;
 }
 
