@@ -3,7 +3,8 @@ BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps configure build demo test test-sanitize fuzz fuzz-smoke fuzz-build bench clean
+.PHONY: all deps configure build python demo test test-sanitize test-tsan fuzz fuzz-smoke fuzz-build \
+	bench clean
 
 all: build
 
@@ -15,6 +16,10 @@ configure: deps
 
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
+
+# The Python module alone, into $(BUILD)/python (PYTHONPATH=$(BUILD)/python /usr/bin/python3).
+python: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target kov_python
 
 # Packs, inspects, unpacks and reports the sample radio codeplug into out/.
 demo: build
@@ -29,6 +34,13 @@ test-sanitize: deps
 	@cmake --build $(BUILD)-asan -j $(JOBS)
 	@cd $(BUILD)-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
+
+# The declarative layer's suite under ThreadSanitizer, with its test of packs and unpacks on
+# several threads over one layout while layouts are loaded and dropped beside them.
+test-tsan: deps
+	@cmake -S . -B $(BUILD)-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKOV_TSAN=ON >/dev/null
+	@cmake --build $(BUILD)-tsan -j $(JOBS) --target kovjson_tests
+	@TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $(BUILD)-tsan/kovjson/kovjson_tests
 
 # libFuzzer targets (clang-14, AddressSanitizer, UndefinedBehaviorSanitizer): `make fuzz` runs
 # each for FUZZ_SECONDS and fails on any finding; `make fuzz-smoke` is the short run of CI.
@@ -46,15 +58,17 @@ fuzz: fuzz-build
 fuzz-smoke: fuzz-build
 	@scripts/run-fuzz $(BUILD)-fuzz 20
 
-# The benchmarks, built for release in their own directory, then the peak memory of the W1 unpack.
+# The benchmarks, built for release in their own directory, then the peak memory of the W1 unpack,
+# then the Python module against Python construct on W1 and the fleet example's images a second.
 BENCH_FLAGS ?= --benchmark_repetitions=5 --benchmark_min_time=0.2
 bench:
 	@scripts/install-deps --bench
 	@cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DKOV_BUILD_BENCH=ON \
 	  -DKOV_BUILD_TESTS=OFF -DKOV_BUILD_EXAMPLES=OFF >/dev/null
-	@cmake --build $(BUILD)-bench -j $(JOBS) --target kov_bench kov_w1_mem kov_w1_probe
+	@cmake --build $(BUILD)-bench -j $(JOBS) --target kov_bench kov_w1_mem kov_w1_probe kov_python
 	@$(BUILD)-bench/bench/kov_bench $(BENCH_FLAGS)
 	@$(BUILD)-bench/bench/kov_w1_mem 30000
+	@PYTHONPATH=$(BUILD)-bench/python /usr/bin/python3 bench/python_bench.py
 
 clean:
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-fuzz $(BUILD)-bench
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-fuzz $(BUILD)-bench

@@ -4,7 +4,9 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <set>
+#include <shared_mutex>
 #include <sstream>
 #include <unordered_map>
 #include <utility>
@@ -41,7 +43,17 @@ std::unordered_map<const CKovBlkLayout*, RuleEntry>& registry() {
   return entries;
 }
 
+// Callbacks of packs and unpacks on any thread read the registry while layouts are loaded and
+// destroyed on others. An entry found stays valid after the lock is left: the map's nodes never
+// move, an entry is not changed once filed, and only its owner's destructor removes it, which
+// can't run while a pack or unpack over that layout is at work.
+std::shared_mutex& registryLock() {
+  static std::shared_mutex lock;
+  return lock;
+}
+
 const RuleEntry* findRules(const CKovBlkLayout* blkLayout) {
+  std::shared_lock<std::shared_mutex> read(registryLock());
   auto it = registry().find(blkLayout);
   return it == registry().end() ? nullptr : &it->second;
 }
@@ -1063,6 +1075,7 @@ void CKovJsonLayout::Register() {
           }
         };
     add(blk.fields);
+    std::unique_lock<std::shared_mutex> write(registryLock());
     registry()[blk.layout] = std::move(entry);
   }
   registered = true;
@@ -1070,6 +1083,7 @@ void CKovJsonLayout::Register() {
 
 void CKovJsonLayout::Unregister() {
   if (!registered) return;
+  std::unique_lock<std::shared_mutex> write(registryLock());
   for (const KovJsonBlock& blk : blocks) {
     auto it = registry().find(blk.layout);
     if (it != registry().end() && it->second.owner == this) registry().erase(it);

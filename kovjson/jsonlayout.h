@@ -12,7 +12,9 @@
 // maximum of a distributed KOV List Structure) are filed in a process-wide registry under the
 // CKovBlkLayout that holds them; every callback is handed that block and looks its rule up there.
 // Each loaded layout registers its own blocks and removes them in its destructor, so several
-// layouts can be loaded at once. Not thread-safe, like the library.
+// layouts can be loaded at once. The registry is locked: layouts may be loaded and destroyed on
+// any thread while others pack and unpack. A loaded layout is only read by packs and unpacks, so
+// any number of threads may pack and unpack different images over one layout at once.
 //
 // Failures: a file that is not JSON, that breaks a rule of the format, or whose layout the
 // library's verification refuses throws KovJsonError (by value) naming the file, the JSON pointer

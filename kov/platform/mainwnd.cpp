@@ -1,29 +1,27 @@
 #include "kov/platform/mainwnd.h"
 
+#include <atomic>
+
 namespace {
-KovMainWnd* g_mainWnd = nullptr;
+std::atomic<KovMainWnd*> g_mainWnd{nullptr};
 }  // namespace
 
-KovMainWnd* kovSetMainWnd(KovMainWnd* window) {
-  KovMainWnd* previous = g_mainWnd;
-  g_mainWnd = window;
-  return previous;
-}
+KovMainWnd* kovSetMainWnd(KovMainWnd* window) { return g_mainWnd.exchange(window); }
 
-KovMainWnd* kovGetMainWnd() { return g_mainWnd; }
+KovMainWnd* kovGetMainWnd() { return g_mainWnd.load(); }
 
 void kovBeginWaitCursor() {
-  if (g_mainWnd != nullptr) g_mainWnd->BeginWaitCursor();
+  if (KovMainWnd* wnd = g_mainWnd.load()) wnd->BeginWaitCursor();
 }
 
 void kovRestoreWaitCursor() {
-  if (g_mainWnd != nullptr) g_mainWnd->RestoreWaitCursor();
+  if (KovMainWnd* wnd = g_mainWnd.load()) wnd->RestoreWaitCursor();
 }
 
 void kovEndWaitCursor() {
-  if (g_mainWnd != nullptr) g_mainWnd->EndWaitCursor();
+  if (KovMainWnd* wnd = g_mainWnd.load()) wnd->EndWaitCursor();
 }
 
 void kovSendMessageToMainWnd(uint32_t message, uint32_t wParam, uint32_t lParam) {
-  if (g_mainWnd != nullptr) g_mainWnd->SendMessage(message, wParam, lParam);
+  if (KovMainWnd* wnd = g_mainWnd.load()) wnd->SendMessage(message, wParam, lParam);
 }

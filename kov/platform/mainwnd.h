@@ -4,7 +4,8 @@
 // brackets its work with BeginWaitCursor/EndWaitCursor, calls RestoreWaitCursor after a message
 // has come back, and sends its notifications with SendMessage, which must return when the
 // application has handled them. With none installed every call does nothing. The window is not
-// owned by the library; the application keeps it alive while it is installed.
+// owned by the library; the application keeps it alive while it is installed. Installing is
+// safe while packs run on other threads; those threads then call the window from each of them.
 #ifndef KOV_PLATFORM_MAINWND_H
 #define KOV_PLATFORM_MAINWND_H
 

@@ -1,5 +1,6 @@
 #include "kov/platform/msgbox.h"
 
+#include <atomic>
 #include <cstdio>
 
 namespace {
@@ -9,14 +10,12 @@ void writeToStderr(const std::string& text) {
   std::fputc('\n', stderr);
 }
 
-KovMessageBoxHandler g_handler = writeToStderr;
+std::atomic<KovMessageBoxHandler> g_handler{writeToStderr};
 
 }  // namespace
 
-void kovMessageBox(const std::string& text) { g_handler(text); }
+void kovMessageBox(const std::string& text) { g_handler.load()(text); }
 
 KovMessageBoxHandler kovSetMessageBoxHandler(KovMessageBoxHandler handler) {
-  KovMessageBoxHandler previous = g_handler;
-  g_handler = handler != nullptr ? handler : writeToStderr;
-  return previous;
+  return g_handler.exchange(handler != nullptr ? handler : writeToStderr);
 }

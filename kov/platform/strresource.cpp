@@ -1,5 +1,8 @@
 #include "kov/platform/strresource.h"
 
+#include <atomic>
+#include <mutex>
+#include <shared_mutex>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -11,61 +14,114 @@ struct LibraryString {
 };
 
 constexpr LibraryString kLibraryStrings[] = {
-    {28520, "KOV List Structure ID"}, {28521, "KOV List Structure type"},
-    {28522, "LEQ field"},             {28523, "Max LEQ field"},
-    {28524, "LED size"},              {28525, "Listlet link"},
+    {28520, "KOV List Structure ID"},
+    {28521, "KOV List Structure type"},
+    {28522, "LEQ field"},
+    {28523, "Max LEQ field"},
+    {28524, "LED size"},
+    {28525, "Listlet link"},
     {28526, "Max listlet LEQ"},
 };
-constexpr size_t kNumLibraryStrings = sizeof kLibraryStrings / sizeof kLibraryStrings[0];
 
-// Every text ever handed out, each held once for the life of the process: a field keeps a pointer
-// to its name, so a text must outlive every field made with it, whatever is registered or cleared
-// later. The pool grows only by texts not seen before.
-const std::string& intern(const std::string& text) {
-  static std::unordered_set<std::string> pool;
-  return *pool.insert(text).first;
+// The texts and the registrations, behind one lock: lookups (every field an unpack makes) share
+// it, registrations and texts not seen before take it alone.
+//
+// pool holds every text ever handed out, each once for the life of the process: a field keeps a
+// pointer to its name, so a text must outlive every field made with it, whatever is registered
+// or cleared later. It grows only by texts not seen before, and a node-based set never moves
+// what it holds, so the references handed out stay valid while other threads add to it.
+struct Strings {
+  std::shared_mutex lock;
+  std::unordered_set<std::string> pool;
+  std::unordered_map<uint32_t, const std::string*> registered;  // id -> its text, in the pool
+  const std::string* library[sizeof kLibraryStrings / sizeof kLibraryStrings[0]] = {};
+  const std::string* empty = nullptr;
+
+  Strings() {
+    for (const LibraryString& s : kLibraryStrings) library[&s - kLibraryStrings] = Intern(s.text);
+    empty = Intern(std::string());
+  }
+  // Callers hold lock exclusively (or are the constructor).
+  const std::string* Intern(const std::string& text) { return &*pool.insert(text).first; }
+};
+
+Strings& strings() {
+  static Strings s;
+  return s;
 }
 
-// id -> its registered text, in the pool.
-std::unordered_map<uint32_t, const std::string*>& registeredStrings() {
-  static std::unordered_map<uint32_t, const std::string*> strings;
-  return strings;
-}
+std::atomic<KovStringResolver> g_resolver{nullptr};
 
-KovStringResolver g_resolver = nullptr;
+// Every field a pack or unpack makes looks its name up, so threads keep what they looked up in a
+// cache of their own instead of taking the shared lock each time (its counter would bounce
+// between the cores). Any registration or clear moves the generation on, and a thread drops its
+// cache when it sees the generation move: a look-up begun after a registration has returned sees
+// it.
+std::atomic<uint64_t> g_generation{1};
+
+struct ThreadCache {
+  uint64_t generation = 0;
+  std::unordered_map<uint32_t, const std::string*> registered;  // null: none registered
+};
+
+// The registered text of id (null: none), from the cache of the calling thread.
+const std::string* registeredText(Strings& s, uint32_t id) {
+  thread_local ThreadCache cache;
+  uint64_t generation = g_generation.load(std::memory_order_acquire);
+  if (cache.generation != generation) {
+    // A fresh map, not clear(): clear() would sweep every bucket the map ever grew to, each time
+    // a layout being loaded on another thread registers one more name.
+    std::unordered_map<uint32_t, const std::string*>().swap(cache.registered);
+    cache.generation = generation;
+  }
+  auto hit = cache.registered.find(id);
+  if (hit != cache.registered.end()) return hit->second;
+  const std::string* text = nullptr;
+  {
+    std::shared_lock<std::shared_mutex> read(s.lock);
+    auto it = s.registered.find(id);
+    if (it != s.registered.end()) text = it->second;
+  }
+  cache.registered.emplace(id, text);
+  return text;
+}
 
 }  // namespace
 
 const std::string& kovLoadInternedString(uint32_t id) {
-  const auto& strings = registeredStrings();
-  auto it = strings.find(id);
-  if (it != strings.end()) return *it->second;
-  if (g_resolver != nullptr) {
+  Strings& s = strings();
+  if (const std::string* text = registeredText(s, id)) return *text;
+  // The resolver is the application's code: it runs without the lock.
+  KovStringResolver resolver = g_resolver.load();
+  if (resolver != nullptr) {
     std::string text;
-    if (g_resolver(id, text)) return intern(text);
-  }
-  for (const LibraryString& s : kLibraryStrings) {
-    if (s.id == id) {
-      static const std::string* texts[kNumLibraryStrings] = {};
-      const std::string*& text = texts[&s - kLibraryStrings];
-      if (text == nullptr) text = &intern(s.text);
-      return *text;
+    if (resolver(id, text)) {
+      std::unique_lock<std::shared_mutex> write(s.lock);
+      return *s.Intern(text);
     }
   }
-  static const std::string& empty = intern(std::string());
-  return empty;
+  for (const LibraryString& ls : kLibraryStrings) {
+    if (ls.id == id) return *s.library[&ls - kLibraryStrings];
+  }
+  return *s.empty;
 }
 
 std::string kovLoadString(uint32_t id) { return kovLoadInternedString(id); }
 
 void kovRegisterString(uint32_t id, const std::string& text) {
-  registeredStrings()[id] = &intern(text);
+  Strings& s = strings();
+  std::unique_lock<std::shared_mutex> write(s.lock);
+  s.registered[id] = s.Intern(text);
+  g_generation.fetch_add(1, std::memory_order_release);
 }
 
-void kovClearRegisteredStrings() { registeredStrings().clear(); }
+void kovClearRegisteredStrings() {
+  Strings& s = strings();
+  std::unique_lock<std::shared_mutex> write(s.lock);
+  s.registered.clear();
+  g_generation.fetch_add(1, std::memory_order_release);
+}
 
 KovStringResolver kovSetStringResolver(KovStringResolver resolver) {
-  KovStringResolver previous = g_resolver;
-  g_resolver = resolver;
-  return previous;
+  return g_resolver.exchange(resolver);
 }

@@ -7,8 +7,10 @@
 //   28521 "KOV List Structure type"   28525 "Listlet link"
 //   28522 "LEQ field"                 28526 "Max listlet LEQ"
 //   28523 "Max LEQ field"
-// An unknown id gives the empty string. Registration is not thread-safe, like the rest of the
-// library: do it before any pack or unpack.
+// An unknown id gives the empty string. Every function may be called from any thread: look-ups
+// share a lock, and each thread keeps what it looked up until the next registration or clear;
+// registration takes the lock alone. The resolver is called without the lock, from whichever
+// thread looks a text up.
 #ifndef KOV_PLATFORM_STRRESOURCE_H
 #define KOV_PLATFORM_STRRESOURCE_H
 
