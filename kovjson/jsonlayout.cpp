@@ -4,6 +4,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <unordered_map>
@@ -74,7 +75,7 @@ uint32_t calcQuantity(const CKovUp* up, const CKovBlkLayout* blkLayout, uint32_t
   if (found == nullptr || *found == nullptr || srcInstance >= (*found)->size() ||
       (**found)[srcInstance] == nullptr) {
     throw new CMevGenException(
-        kovFormat("List %s in block %s [%u] takes its quantity from block %s [%u], which the "
+        kovFormat("List '%s' in block '%s' [%u] takes its quantity from block '%s' [%u], which the "
                   "image does not hold before it.",
                   list->name.c_str(), blkNameOf(blkLayout).c_str(), instance, srcName.c_str(),
                   srcInstance),
@@ -89,7 +90,7 @@ uint32_t calcQuantity(const CKovUp* up, const CKovBlkLayout* blkLayout, uint32_t
   int64_t qty = std::max<int64_t>(0, value * list->qtyScale + list->qtyOffset);
   if (qty > list->maxEntries) {
     throw new CMevGenException(
-        kovFormat("List %s in block %s [%u]: its quantity rule gives %lld entries, above its "
+        kovFormat("List '%s' in block '%s' [%u]: its quantity rule gives %lld entries, above its "
                   "maximum of %u.",
                   list->name.c_str(), blkNameOf(blkLayout).c_str(), instance,
                   static_cast<long long>(qty), list->maxEntries),
@@ -143,7 +144,7 @@ uint32_t selectOption(const CKovUp*, uint32_t unionID, uint16_t instance,
   for (const KovDiscrInfo* discr : discrs)
     values += (values.empty() ? "" : ", ") + discrText(discr);
   throw new CMevGenException(
-      kovFormat("Union %s in block %s [%u]: no option for discriminant value(s) %s.",
+      kovFormat("Union '%s' in block '%s' [%u]: no option for discriminant value(s) %s.",
                 u->name.c_str(), blkNameOf(blkLayout).c_str(), instance,
                 values.empty() ? "(none)" : values.c_str()),
       0);
@@ -230,6 +231,67 @@ const KovJsonOption* KovJsonField::FindOption(const std::string& optionName) con
   return nullptr;
 }
 
+std::string kovJsonNamedText(const std::vector<KovJsonBlock>& blocks, const std::string& text,
+                             std::string* pointer) {
+  std::unordered_map<uint32_t, const KovJsonField*> fields;
+  std::function<void(const std::vector<KovJsonField>&)> add =
+      [&](const std::vector<KovJsonField>& fs) {
+        for (const KovJsonField& f : fs) {
+          fields.emplace(f.id, &f);
+          add(f.entry);
+          for (const KovJsonOption& o : f.options) add(o.fields);
+        }
+      };
+  for (const KovJsonBlock& blk : blocks) add(blk.fields);
+  std::string flat;
+  for (char c : text) {
+    if (c != '\n') {
+      flat += c;
+    } else if (!flat.empty() && flat.back() != ' ') {
+      flat += ' ';
+    }
+  }
+  while (!flat.empty() && flat.back() == ' ') flat.pop_back();
+  // A word that names a field or a block, then its id in decimal.
+  static const std::regex named(
+      R"(\b((?:[Ff]ield|[Ll]ist|[Uu]nion|[Dd]iscriminant|LEQ)(?: field)?|[Bb]lock(?: with ID)?) (\d{1,10})\b)");
+  std::string out;
+  std::string first;
+  auto last = flat.cbegin();
+  for (std::sregex_iterator it(flat.begin(), flat.end(), named), end; it != end; ++it) {
+    const std::smatch& m = *it;
+    out.append(last, m[0].first);
+    last = m[0].second;
+    unsigned long long id = std::stoull(m[2].str());
+    std::string word = m[1].str();
+    std::string name, at;
+    if (word[0] == 'B' || word[0] == 'b') {
+      for (const KovJsonBlock& blk : blocks) {
+        if (blk.id == id) {
+          name = blk.name;
+          at = blk.at;
+        }
+      }
+      if (word.size() > 5) word.resize(5);  // "block with ID 3" reads "block 'Zone'"
+    } else {
+      auto f = fields.find(static_cast<uint32_t>(std::min<unsigned long long>(id, 0xFFFFFFFFu)));
+      if (f != fields.end() && id <= 0xFFFFFFFFu) {
+        name = f->second->name;
+        at = f->second->at;
+      }
+    }
+    if (name.empty()) {
+      out.append(m[0].first, m[0].second);
+      continue;
+    }
+    out += word + " '" + name + "'";
+    if (first.empty()) first = at;
+  }
+  out.append(last, flat.cend());
+  if (pointer != nullptr) *pointer = first;
+  return out;
+}
+
 const KovJsonField* kovJsonTopField(const KovJsonBlock& blk, uint32_t fieldID) {
   for (const KovJsonField& f : blk.fields) {
     if (f.id == fieldID) return &f;
@@ -305,6 +367,14 @@ class KovJsonLayoutReader {
     blk.at = at;
     blk.partition = partition;
     blk.name = in.Name(o, at);
+    // A block's name becomes the name of its files in a per-block export.
+    if (blk.name.find_first_of("/\\") != std::string::npos || blk.name == "." ||
+        blk.name.find("..") != std::string::npos ||
+        std::any_of(blk.name.begin(), blk.name.end(),
+                    [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; })) {
+      in.Fail(kovJsonPointerTo(at, "name"),
+              "a block name names files: it can't hold '/', '\\', '..' or control characters");
+    }
     for (const KovJsonBlock& other : out.blocks) {
       if (other.name == blk.name) {
         in.Fail(kovJsonPointerTo(at, "name"), "block name '" + blk.name + "' is used twice");
@@ -895,6 +965,20 @@ class KovJsonLayoutReader {
   // Pass 3: the library's objects.
 
   void Build() {
+    try {
+      BuildObjects();
+      out.Register();
+      out.cpLayout->DoPostLayoutVerification();
+    } catch (CMevGenException* e) {
+      std::string at;
+      std::string text = kovJsonNamedText(out.blocks, e->GetMessage(), &at);
+      delete e;
+      out.Unregister();
+      in.Fail(at, "the layout fails verification: " + text);
+    }
+  }
+
+  void BuildObjects() {
     out.cpLayout = std::make_unique<CKovCpLayout>(versionIndex, modelIndex, out.maxImageSize,
                                                   saveToSeparateFiles ? 1 : 0);
     CKovCpLayout* cp = out.cpLayout.get();
@@ -911,15 +995,6 @@ class KovJsonLayoutReader {
       layout.release();
     }
     collectAll([](KovJsonField& f) { kovRegisterString(f.id, f.name); });
-    out.Register();
-    try {
-      cp->DoPostLayoutVerification();
-    } catch (CMevGenException* e) {
-      std::string text = e->GetMessage();
-      delete e;
-      out.Unregister();
-      in.Fail("", "the layout fails verification: " + text);
-    }
   }
 
   void collectAll(const std::function<void(KovJsonField&)>& visit) {

@@ -191,6 +191,14 @@ class CKovJsonLayout {
   friend class KovJsonLayoutReader;
 };
 
+// A text of the library in the layout's words: line breaks become spaces, and every field,
+// list or union named by its id ("Field 10", "union field 17", "List 302") and every block named
+// by its id ("block 3", "block with ID 3") is named by its name in quotes instead. pointer, when
+// not null, is set to the JSON pointer of the first field or block so named ("" for none).
+// Never throws but for exhausted memory.
+std::string kovJsonNamedText(const std::vector<KovJsonBlock>& blocks, const std::string& text,
+                             std::string* pointer = nullptr);
+
 // The top-level field named fieldID of block blk; null when it is not a top-level field.
 const KovJsonField* kovJsonTopField(const KovJsonBlock& blk, uint32_t fieldID);
 

@@ -68,6 +68,11 @@ class ValuesReader {
       }
       std::vector<const Json*> instances = instancesOf(*it);
       if (instances.empty()) continue;
+      // Two instances of a single-instance block would share one KOV name.
+      if (instances.size() > 1 && !blk.multi) {
+        in.Fail(at, kovFormat("block '%s' is not multi-instance: give one instance, not %zu",
+                              blk.name.c_str(), instances.size()));
+      }
       auto entries = std::make_unique<CKovPkEntryList>();
       std::vector<uint16_t> sizes;
       for (size_t i = 0; i < instances.size(); ++i) {
