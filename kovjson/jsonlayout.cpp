@@ -535,9 +535,10 @@ class KovJsonLayoutReader {
       f.gap = static_cast<uint32_t>(in.UInt(o, at, "gap", 0, kMaxBlkDataSz * 8, 0));
     }
     if (type == "number") {
-      keys({"bits"});
+      keys({"bits", "enum", "flags", "signed", "scale", "offset"});
       f.kind = KovJsonKind::Number;
       f.bits = static_cast<uint32_t>(in.UInt(o, at, "bits", 1, 32));
+      f.format = kovJsonReadNumberFormat(in, o, at, f.bits);
     } else if (type == "char") {
       keys({"charBits"});
       f.kind = KovJsonKind::Char;
@@ -886,6 +887,7 @@ class KovJsonLayoutReader {
     bool split = CKovUnionFieldLayout::IsSplitFormat(f.unionFormat);
     std::string dat = kovJsonPointerTo(f.at, "discriminants");
     const Json& discrs = o.contains("discriminants") ? o["discriminants"] : Json::array();
+    std::vector<const KovJsonField*> discrFields;
     for (size_t i = 0; i < discrs.size(); ++i) {
       std::string at = kovJsonPointerTo(dat, i);
       in.Object(discrs[i], at);
@@ -907,6 +909,7 @@ class KovJsonLayoutReader {
             "a discriminant is a number, char or string, not a " + std::string(kindName(d.kind)));
       }
       f.discrs.push_back({dblk.id, d.id, d.kind});
+      discrFields.push_back(&d);
     }
     std::string sat = kovJsonPointerTo(f.at, "select");
     const Json& select = o["select"];
@@ -945,6 +948,12 @@ class KovJsonLayoutReader {
           std::string s = values[k].get<std::string>();
           if (s.size() != 1) in.Fail(vat, "a char discriminant is matched by one character");
           v.number = static_cast<uint8_t>(s[0]);
+        } else if (const KovJsonField& d = *discrFields[k];
+                   d.kind == KovJsonKind::Number && !d.format.IsPlain()) {
+          std::string why;
+          if (!kovJsonNumberToStored(d.format, d.bits, values[k], v.number, why)) {
+            in.Fail(vat, "a value of '" + d.name + "' " + why);
+          }
         } else {
           v.number = static_cast<uint32_t>(in.ToUInt(values[k], vat, 0, 0xFFFFFFFFu));
         }

@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "kov/kov.h"
+#include "kovjson/jsonnumber.h"
 
 // A fault in a layout or values file: the file, the JSON pointer of the place ("" for the whole
 // document) and the text. what() gives "file: pointer: text" (the pointer left out when empty).
@@ -94,6 +95,7 @@ struct KovJsonField {
   uint8_t msbStart = 7;
   uint32_t gap = 0;
   uint32_t bits = 0;  // number, name: width; union: fixed length
+  KovJsonNumberFormat format;  // number: how its values read (kovjson/jsonnumber.h)
   CKovCharFieldLayout::CharType charType = CKovCharFieldLayout::Char8Bit;
   uint32_t chars = 0;  // string
 
