@@ -176,20 +176,28 @@ TEST(Kovtool, FormatExampleRoundTripsThroughFiles) {
 }
 
 TEST(Kovtool, ExportBlocksWritesOneFilePerInstance) {
+  // --export-blocks, or saveToSeparateFiles in the layout: either exports.
   std::string dir = scratch();
-  ToolRun run = kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "r.kov") +
-                          " --export-blocks");
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_NE(run.out.find(dir + "r - Blocks: one file a block instance"), std::string::npos)
-      << run.out;
-  size_t files = 0, bytes = 0;
-  for (const auto& entry : fs::directory_iterator(dir + "r - Blocks")) {
-    ++files;
-    bytes += fs::file_size(entry.path());
+  std::string layout = readText(kLayout);
+  std::ofstream(dir + "save.json") << layout.replace(layout.find("\"maxImageSize\""), 0,
+                                                      "\"saveToSeparateFiles\": true, ");
+  for (const std::string& way : {q(kLayout) + " " + q(kValues) + " --export-blocks",
+                                 q(dir + "save.json") + " " + q(kValues)}) {
+    SCOPED_TRACE(way);
+    fs::remove_all(dir + "r - Blocks");
+    ToolRun run = kovtoolIn("pack " + way + " -o " + q(dir + "r.kov"));
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find(dir + "r - Blocks: one file a block instance"), std::string::npos)
+        << run.out;
+    size_t files = 0, bytes = 0;
+    for (const auto& entry : fs::directory_iterator(dir + "r - Blocks")) {
+      ++files;
+      bytes += fs::file_size(entry.path());
+    }
+    EXPECT_EQ(files, 13u);
+    EXPECT_EQ(bytes, readBytes(dir + "r.kov").size());
+    EXPECT_EQ(readBytes(dir + "r - Blocks/General_1").size(), 26u);
   }
-  EXPECT_EQ(files, 13u);
-  EXPECT_EQ(bytes, readBytes(dir + "r.kov").size());
-  EXPECT_EQ(readBytes(dir + "r - Blocks/General_1").size(), 26u);
 }
 
 TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
@@ -208,6 +216,14 @@ TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
             std::string::npos);
   EXPECT_EQ(readText(dir + "out/radio.inspect.txt"), readText(kTestData + "/radio.headers.txt"));
   EXPECT_EQ(readBytes(dir + "out/radio.kov"), packSample(dir));
+  // Another layout names the outputs.
+  ToolRun other = kovtoolIn("demo --out " + q(dir + "o2") + " --layout " +
+                            q(kTestData + "/format-example.layout.json") + " --values " +
+                            q(kTestData + "/format-example.values.json"));
+  ASSERT_EQ(other.status, 0) << other.err;
+  EXPECT_EQ(fs::file_size(dir + "o2/format-example.layout.kov"), 105u);
+  EXPECT_TRUE(fs::exists(dir + "o2/format-example.layout.values.json"));
+  EXPECT_NE(other.out.find("(5 blocks in 1 partition)"), std::string::npos) << other.out;
 }
 
 TEST(Kovtool, BadInputExitsWithOneLineNamingThePlace) {
