@@ -94,7 +94,7 @@ struct KovJsonField {
   uint32_t byteOffset = 0;
   uint8_t msbStart = 7;
   uint32_t gap = 0;
-  uint32_t bits = 0;  // number, name: width; union: fixed length
+  uint32_t bits = 0;           // number, name: width; union: fixed length
   KovJsonNumberFormat format;  // number: how its values read (kovjson/jsonnumber.h)
   CKovCharFieldLayout::CharType charType = CKovCharFieldLayout::Char8Bit;
   uint32_t chars = 0;  // string

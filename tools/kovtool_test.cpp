@@ -84,7 +84,8 @@ void fixChecksum(Bytes& image, size_t offset) {
 }
 
 TEST(Kovtool, EveryCommandHasHelp) {
-  for (const char* command : {"", "pack ", "unpack ", "inspect ", "verify ", "tree ", "demo "}) {
+  for (const char* command :
+       {"", "pack ", "unpack ", "inspect ", "verify ", "lint ", "tree ", "demo "}) {
     SCOPED_TRACE(command);
     ToolRun run = kovtoolIn(std::string(command) + "--help");
     EXPECT_EQ(run.status, 0);
@@ -103,7 +104,7 @@ TEST(Kovtool, BadCommandLinesExitTwo) {
       {"inspect x.kov --colour", "The following argument was not expected: --colour"},
       {"frob x",
        "kovtool: 'frob' is not a command; the commands are pack, unpack, inspect, "
-       "verify, tree, demo (see kovtool --help)\n"},
+       "verify, lint, tree, demo (see kovtool --help)\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args);
@@ -179,8 +180,8 @@ TEST(Kovtool, ExportBlocksWritesOneFilePerInstance) {
   // --export-blocks, or saveToSeparateFiles in the layout: either exports.
   std::string dir = scratch();
   std::string layout = readText(kLayout);
-  std::ofstream(dir + "save.json") << layout.replace(layout.find("\"maxImageSize\""), 0,
-                                                      "\"saveToSeparateFiles\": true, ");
+  std::ofstream(dir + "save.json")
+      << layout.replace(layout.find("\"maxImageSize\""), 0, "\"saveToSeparateFiles\": true, ");
   for (const std::string& way : {q(kLayout) + " " + q(kValues) + " --export-blocks",
                                  q(dir + "save.json") + " " + q(kValues)}) {
     SCOPED_TRACE(way);
@@ -332,6 +333,28 @@ TEST(Kovtool, StandardStreamsVersionAndPlurals) {
   ToolRun verify = kovtoolIn("verify " + q(kTestData + "/over-max.layout.json"));
   EXPECT_EQ(verify.out,
             kTestData + "/over-max.layout.json: verified: 1 partition, 2 blocks, 4 fields\n");
+}
+
+TEST(Kovtool, LintFailsOnMistakesThatVerifyOnlyWarnsAbout) {
+  std::string dir = scratch();
+  std::ofstream(dir + "o.json") << R"({"partitions": [{"number": 1, "blocks": [{"name": "B",
+      "kovType": 16, "maxDataSize": 2, "fields": [
+        {"name": "N", "type": "number", "bits": 8, "byteOffset": 0},
+        {"name": "M", "type": "number", "bits": 4, "byteOffset": 0, "msbStart": 3}]}]}]})";
+  const std::string finding =
+      dir + "o.json: /partitions/0/blocks/0/fields/1: fields 'N' and 'M' overlap at bits 4 to 7";
+  ToolRun lint = kovtoolIn("lint " + q(dir + "o.json"));
+  EXPECT_EQ(lint.status, 1);
+  EXPECT_EQ(lint.out, finding + "\nBits that no field claims:\n  B: bits 8 to 15 (byte 1)\n" + dir +
+                          "o.json: 1 mistake\n");
+  ToolRun verify = kovtoolIn("verify " + q(dir + "o.json"));
+  EXPECT_EQ(verify.status, 0);
+  EXPECT_EQ(verify.err, "kovtool: warning: " + finding + "\n");
+  ToolRun sample = kovtoolIn("lint " + q(kLayout));
+  EXPECT_EQ(sample.status, 0);
+  EXPECT_NE(sample.out.find("  General: bit 12 (byte 1), bits 14 to 15 (byte 1), "),
+            std::string::npos)
+      << sample.out;
 }
 
 TEST(Kovtool, VerifyPrintsTheLibrarysAdvice) {

@@ -1,4 +1,4 @@
-// kovtool's commands on a layout file alone: verify and tree.
+// kovtool's commands on a layout file alone: verify, lint and tree.
 #ifndef KOV_TOOLS_LAYOUTCMDS_H
 #define KOV_TOOLS_LAYOUTCMDS_H
 
@@ -6,7 +6,7 @@
 
 #include "tools/toolio.h"
 
-// Adds verify and tree to app, in that order.
+// Adds verify, lint and tree to app, in that order.
 std::vector<KovToolCommand> kovToolAddLayoutCommands(CLI::App& app);
 
 #endif  // KOV_TOOLS_LAYOUTCMDS_H
