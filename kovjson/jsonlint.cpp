@@ -40,12 +40,13 @@ uint64_t maxBits(const KovJsonField& f) {
   return most;
 }
 
-// Where each field of an entry starts and ends at its largest, in bits.
-struct Placed {
-  const KovJsonField* field;
-  uint64_t start;
-  uint64_t end;
-};
+using Placed = KovJsonPlaced;
+
+bool isFixedSz(const KovJsonField& f) {
+  if (f.kind == KovJsonKind::List) return f.listFormat == FixedSzNoLeq;
+  if (f.kind == KovJsonKind::Union) return CKovUnionFieldLayout::IsFixedSzFormat(f.unionFormat);
+  return true;
+}
 
 // listletMax, when not 0, caps the lists of the entry: a distributed block's instance is one
 // listlet.
@@ -53,13 +54,17 @@ std::vector<Placed> place(const std::vector<KovJsonField>& fields, uint64_t firs
                           uint32_t listletMax = 0) {
   std::vector<Placed> out;
   uint64_t prevEnd = firstBit;
+  bool exact = true;
   for (const KovJsonField& f : fields) {
     // bit index = byte × 8 + 7 − MSB
     uint64_t start = f.fixed ? uint64_t{f.byteOffset} * 8 + 7 - f.msbStart : prevEnd + f.gap;
     uint64_t end = start + (listletMax != 0 && f.kind == KovJsonKind::List
                                 ? uint64_t{std::min(listletMax, f.maxEntries)} * f.entryBits
                                 : maxBits(f));
-    out.push_back({&f, start, end});
+    // A floating field stands where it is said only behind fields of one size.
+    exact = f.fixed || exact;
+    out.push_back({&f, start, end, exact});
+    exact = exact && isFixedSz(f);
     prevEnd = end;
   }
   return out;
@@ -291,6 +296,13 @@ class Linter {
 };
 
 }  // namespace
+
+uint64_t kovJsonMaxBits(const KovJsonField& f) { return maxBits(f); }
+uint64_t kovJsonCfgBits(const KovJsonBlock& blk) { return cfgBits(blk); }
+std::vector<KovJsonPlaced> kovJsonPlaceFields(const std::vector<KovJsonField>& fields,
+                                              uint64_t firstBit, uint32_t listletMax) {
+  return place(fields, firstBit, listletMax);
+}
 
 std::vector<KovJsonLintFinding> kovJsonLint(const CKovJsonLayout& layout) {
   return Linter(layout).Run();

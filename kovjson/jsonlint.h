@@ -18,10 +18,30 @@
 #ifndef KOVJSON_JSONLINT_H
 #define KOVJSON_JSONLINT_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "kovjson/jsonlayout.h"
+
+// Where a field of an entry starts and ends at its largest, in bits from the entry's start;
+// exact when the start is where the field always stands (a floating field behind one of
+// variable size stands further back when that one is smaller).
+struct KovJsonPlaced {
+  const KovJsonField* field;
+  uint64_t start;
+  uint64_t end;
+  bool exact;
+};
+
+// The fields of one entry placed one behind the other from firstBit; listletMax, when not 0,
+// caps its lists (a distributed block's instance is one listlet).
+std::vector<KovJsonPlaced> kovJsonPlaceFields(const std::vector<KovJsonField>& fields,
+                                              uint64_t firstBit, uint32_t listletMax = 0);
+// The most bits a field can take: a list at its most entries, a union at its largest option.
+uint64_t kovJsonMaxBits(const KovJsonField& f);
+// The bits of configuration in front of a block's own fields (KOV List Structures, headers).
+uint64_t kovJsonCfgBits(const KovJsonBlock& blk);
 
 struct KovJsonLintFinding {
   std::string pointer;  // in the layout file

@@ -125,6 +125,8 @@ std::string namesOf(const std::vector<std::pair<std::string, uint32_t>>& names) 
 
 }  // namespace
 
+std::string kovJsonDecimalText(int64_t units, int decimals) { return unitsText(units, decimals); }
+
 KovJsonNumberFormat kovJsonReadNumberFormat(const KovJsonReader& in, const Json& o,
                                             const std::string& at, uint32_t bits) {
   KovJsonNumberFormat format;

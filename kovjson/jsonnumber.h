@@ -54,4 +54,7 @@ bool kovJsonNumberToStored(const KovJsonNumberFormat& format, uint32_t bits,
 nlohmann::ordered_json kovJsonNumberFromStored(const KovJsonNumberFormat& format, uint32_t bits,
                                                uint32_t stored);
 
+// units of 10^-decimals as a decimal text: 145500 with 3 decimals is "145.500".
+std::string kovJsonDecimalText(int64_t units, int decimals);
+
 #endif  // KOVJSON_JSONNUMBER_H

@@ -123,6 +123,9 @@ TEST(Kovtool, SampleOutputsMatchTheirGoldenFiles) {
   ToolRun tree = kovtoolIn("tree " + q(kLayout));
   EXPECT_EQ(tree.status, 0) << tree.err;
   EXPECT_EQ(tree.out, readText(kTestData + "/radio.tree.txt"));
+  ToolRun detail = kovtoolIn("tree --detail " + q(kLayout));
+  EXPECT_EQ(detail.status, 0) << detail.err;
+  EXPECT_EQ(detail.out, readText(kTestData + "/radio.tree-detail.txt"));
   ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "radio.kov") + " --report " +
                              q(dir + "radio.xml"));
   EXPECT_EQ(unpack.status, 0) << unpack.err;

@@ -9,11 +9,13 @@
 #include "kov/kov.h"
 #include "kovjson/jsonlayout.h"
 #include "kovjson/jsonlint.h"
+#include "kovjson/jsontree.h"
 
 namespace {
 
 struct LayoutArgs {
   std::string layoutPath;
+  bool detail = false;
 };
 
 std::string findingText(const CKovJsonLayout& layout, const KovJsonLintFinding& finding) {
@@ -59,9 +61,10 @@ int cmdLint(const std::string& layoutPath) {
   return findings.empty() ? 0 : kKovToolRefused;
 }
 
-int cmdTree(const std::string& layoutPath) {
+int cmdTree(const std::string& layoutPath, bool detail) {
   auto layout = kovToolLoadLayout(layoutPath, false);
-  kovToolPrint(CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout()));
+  kovToolPrint(detail ? kovJsonTreeDetail(*layout)
+                      : CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout()));
   return 0;
 }
 
@@ -79,6 +82,8 @@ std::vector<KovToolCommand> kovToolAddLayoutCommands(CLI::App& app) {
   commands.push_back({lint, [args] { return cmdLint(args->layoutPath); }});
   CLI::App* tree = app.add_subcommand("tree", "Print the blocks and fields of a layout as a tree");
   tree->add_option("LAYOUT", args->layoutPath, "The layout file (JSON)")->required();
-  commands.push_back({tree, [args] { return cmdTree(args->layoutPath); }});
+  tree->add_flag("--detail", args->detail,
+                 "Every field in layout order: byte offset, MSB, width, size, name, id, type");
+  commands.push_back({tree, [args] { return cmdTree(args->layoutPath, args->detail); }});
   return commands;
 }
