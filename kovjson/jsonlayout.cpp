@@ -319,7 +319,8 @@ class KovJsonLayoutReader {
   void ReadDocument(const Json& doc) {
     in.Object(doc, "");
     in.Keys(doc, "",
-            {"versionIndex", "modelIndex", "maxImageSize", "saveToSeparateFiles", "partitions"});
+            {"$schema", "versionIndex", "modelIndex", "maxImageSize", "saveToSeparateFiles",
+             "partitions"});
     versionIndex = static_cast<int8_t>(in.Int(doc, "", "versionIndex", -128, 127, 0));
     modelIndex = static_cast<int8_t>(in.Int(doc, "", "modelIndex", -128, 127, 0));
     out.maxImageSize =
