@@ -1,7 +1,7 @@
 // kovtool: packs codeplug images from JSON layout and values files, and unpacks them again.
 //
 // Exit status: 0 on success; 1 when an image is damaged or breaks its layout, when the library
-// refused values, or when an output can't be written; 2 for a bad command line, an input that
+// refused values, when an output can't be written, or when lint finds a mistake; 2 for a bad command line, an input that
 // can't be read, an output whose folder does not exist, or a layout or values file that is not
 // right. Errors are one line each, "kovtool: FILE: WHERE: what is wrong"; the library's message
 // boxes are printed to standard error as notes, in the layout's names.
@@ -230,8 +230,8 @@ int main(int argc, char** argv) {
       "kovtool: packs codeplug images from JSON layout and values files, and back.\n"
       "A file name '-' is standard input or output.\n"
       "Exit status: 0 success; 1 a damaged image, an image that breaks its layout, values the\n"
-      "library refused, or an output that can't be written; 2 a bad command line, an input\n"
-      "that can't be read, or a layout or values file that is not right."};
+      "library refused, an output that can't be written, or a lint finding; 2 a bad command\n"
+      "line, an input that can't be read, or a layout or values file that is not right."};
   app.require_subcommand(1);
   app.set_version_flag("--version", "kovtool " KOVTOOL_VERSION);
   std::string layoutPath, valuesPath, imagePath, outPath, reportPath, outDir = "out";
