@@ -213,6 +213,22 @@ Json kovJsonUnpackFile(const CKovJsonLayout& layout, const std::vector<uint8_t>&
   if (!faults.empty()) {
     throw KovJsonImageError(file, faults[0].offset, faults[0].text, faults[0].twice);
   }
+  if (strict) {
+    // A listlet's configuration: link to the next listlet (4 bytes), then its quantity (2).
+    for (size_t i = 0; i < walk.instances.size(); ++i) {
+      const KovJsonInstance& inst = walk.instances[i];
+      const KovJsonBlock* blk = layout.FindBlockByKovType(inst.kovType);
+      if (blk == nullptr || blk->kind != KovJsonBlkKind::DistKls || inst.size < 2 + 6) continue;
+      uint32_t at = inst.offset + kHdrSz + 4;
+      uint16_t qty = static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+      if (qty > blk->listletMax) {
+        throw KovJsonImageError(file, inst.offset,
+                                kovFormat("%s holds %u entries, above the listletMax of %u",
+                                          map.Label(i).c_str(), qty, blk->listletMax),
+                                true);
+      }
+    }
+  }
   std::vector<uint8_t> plain = prefixes ? kovJsonWithoutPrefixes(bytes, walk) : bytes;
   CKovUp up(layout.GetCpLayout(), plain, reportPath);
   try {

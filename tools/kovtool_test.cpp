@@ -432,6 +432,19 @@ TEST(Kovtool, StrictUnpackRefusesImagesThatBreakTheirLayout) {
   spare[6 + 15] = 0x5A;
   fixChecksum(spare, 0);
   const std::string overLayout = kTestData + "/over-max.layout.json";
+  // The format example's E list in one listlet of 2 (listletMax 2) behind its header D (20
+  // bytes), then a third entry put into that listlet: size 10 -> 11, quantity 2 -> 3.
+  const std::string example = kTestData + "/format-example.layout.json";
+  std::ofstream(dir + "e.json") << R"({"E": {"L": [{"v": 161}, {"v": 162}]}})";
+  ASSERT_EQ(
+      kovtoolIn("pack " + q(example) + " " + q(dir + "e.json") + " -o " + q(dir + "e.kov")).status,
+      0);
+  Bytes listlet = readBytes(dir + "e.kov");
+  ASSERT_EQ(listlet.size(), 20u + 16u);
+  listlet.insert(listlet.begin() + 20 + 6 + 8, 0xA3);
+  listlet[20 + 5] = 11;
+  listlet[20 + 6 + 5] = 3;
+  fixChecksum(listlet, 20);
   struct Case {
     const char* what;
     std::string layout;
@@ -444,6 +457,8 @@ TEST(Kovtool, StrictUnpackRefusesImagesThatBreakTheirLayout) {
       {"list above its maximum", overLayout, over,
        "offset 0x000000: block 'A' [1] breaks its layout: /A/L: 3 entries, but list 'L' holds "
        "at most 2"},
+      {"listlet above its listletMax", example, listlet,
+       "offset 0x000014: block 'E', listlet 0 holds 3 entries, above the listletMax of 2"},
       {"bits no field holds", kLayout, spare,
        "offset 0x000015: block 'Device info' [1] (at offset 0x000000): the image breaks its "
        "layout: the image holds 0x5A where its values pack to 0x00"},
