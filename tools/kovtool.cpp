@@ -1,10 +1,10 @@
 // kovtool: packs codeplug images from JSON layout and values files, and unpacks them again.
 //
 // Exit status: 0 on success; 1 when an image is damaged or breaks its layout, when the library
-// refused values, when an output can't be written, or when lint finds a mistake; 2 for a bad command line, an input that
-// can't be read, an output whose folder does not exist, or a layout or values file that is not
-// right. Errors are one line each, "kovtool: FILE: WHERE: what is wrong"; the library's message
-// boxes are printed to standard error as notes, in the layout's names.
+// refused values, when an output can't be written, or when lint finds a mistake; 2 for a bad
+// command line, an input that can't be read, an output whose folder does not exist, or a layout or
+// values file that is not right. Errors are one line each, "kovtool: FILE: WHERE: what is wrong";
+// the library's message boxes are printed to standard error as notes, in the layout's names.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -38,7 +38,12 @@ using ToolError = KovToolError;
 
 std::vector<uint8_t> readImage(const std::string& path) { return kovToolReadBytes(path); }
 
-Json readValues(const std::string& path) { return kovJsonParse(kovJsonReadFile(path), path); }
+// The name of a file in messages.
+std::string shown(const std::string& path) { return path == "-" ? "standard input" : path; }
+
+Json readValues(const std::string& path) {
+  return kovJsonParse(kovJsonReadFile(path), shown(path));
+}
 
 std::vector<uint8_t> packValues(const CKovJsonLayout& layout, const Json& values,
                                 const std::string& valuesFile, bool prefixes,
@@ -102,8 +107,8 @@ int cmdPack(const std::string& layoutPath, const std::string& valuesPath,
     throw ToolError{kBadInput,
                     "the block files are written beside the image: give -o a file, not '-'"};
   }
-  std::vector<uint8_t> bytes =
-      packValues(*layout, readValues(valuesPath), valuesPath, prefixes, exporting ? imagePath : "");
+  std::vector<uint8_t> bytes = packValues(*layout, readValues(valuesPath), shown(valuesPath),
+                                          prefixes, exporting ? imagePath : "");
   kovToolWriteOutput(imagePath, bytes);
   if (imagePath == "-") return 0;
   kovToolPrint(kovFormat("%s: %zu bytes\n", imagePath.c_str(), bytes.size()));
@@ -121,8 +126,8 @@ int cmdUnpack(const std::string& layoutPath, const std::string& imagePath,
   if (!reportPath.empty()) kovToolCheckOutput(reportPath);
   auto layout = kovToolLoadLayout(layoutPath, false);
   std::string report;
-  Json values = unpackImage(*layout, readImage(imagePath), prefixes, imagePath, !reportPath.empty(),
-                            lenient, report);
+  Json values = unpackImage(*layout, readImage(imagePath), prefixes, shown(imagePath),
+                            !reportPath.empty(), lenient, report);
   kovToolWriteOutput(valuesPath.empty() ? "-" : valuesPath, dump(values));
   if (!reportPath.empty()) kovToolWriteOutput(reportPath, report);
   return 0;
