@@ -194,7 +194,9 @@ int cmdDemo(const std::string& self, std::string outDir, std::string layoutPath,
   std::vector<uint8_t> again = packValues(*layout, values, unpacked, false, "");
   kovToolWriteOutput(tree, CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout()));
 
-  std::string text = "kovtool demo: the sample codeplug of a handheld radio\n\n";
+  std::string text = layoutPath == dir + "/layout.json"
+                         ? "kovtool demo: the sample codeplug of a handheld radio\n\n"
+                         : "kovtool demo: the codeplug of " + layoutPath + "\n\n";
   text += kovFormat("  layout    %s (%s in %s)\n", layoutPath.c_str(),
                     kovToolPlural(layout->GetBlocks().size(), "block").c_str(),
                     kovToolPlural(layout->GetNumPartitions(), "partition").c_str());
