@@ -258,7 +258,7 @@ TEST(Kovtool, BadInputExitsWithOneLineNamingThePlace) {
       {"verify " + q(kTestData + "/unverifiable-layout.json"),
        kTestData + "/unverifiable-layout.json: /partitions/0/blocks/0/fields/0: the layout fails "
                    "verification: Field 'Q' must immediately precede field 'L' (see block B)"},
-      // Folders as inputs: each used to end in an uncaught stream exception.
+      // Folders as inputs, on each side of a command.
       {"inspect " + q(dir + "folder"), dir + "folder: can't be read: it is a folder"},
       {"unpack " + q(dir + "folder") + " " + q(image),
        dir + "folder: can't be read: it is a folder"},
