@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,23 +47,48 @@ Json readValues(const std::string& path) {
 }
 
 std::vector<uint8_t> packValues(const CKovJsonLayout& layout, const Json& values,
-                                const std::string& valuesFile, bool prefixes,
-                                const std::string& exportPath) {
+                                const std::string& valuesFile, bool prefixes) {
   std::unique_ptr<KovJsonPackData> data = kovJsonPackData(layout, values, valuesFile);
   kovToolResetNotes();
   std::vector<uint8_t> bytes;
   try {
-    bytes = kovJsonPackImage(layout, *data, prefixes, exportPath);
+    bytes = kovJsonPackImage(layout, *data, prefixes, "");
   } catch (CMevGenException* e) {
     std::string text = kovToolInNames(e->GetMessage());
     delete e;
     throw ToolError{kRefused, valuesFile + ": " + text};
   }
-  // The patch stage and the export show their failures in message boxes and go on.
+  // The patch stage shows its failures in message boxes and goes on.
   if (kovToolNoteCount() != 0) {
     throw ToolError{kRefused, "the library reported a problem while packing (see the notes above)"};
   }
   return bytes;
+}
+
+// Every block instance of the packed image in a file of its own, "<block name>_<n>" (a
+// distributed block's n counts listlets), in the folder "<image> - Blocks" beside the image, as
+// the library's export names them; files an earlier export left there are deleted first. Each
+// file is written whole or not at all.
+void writeBlockFiles(const CKovJsonLayout& layout, const std::vector<uint8_t>& bytes, bool prefixes,
+                     const std::string& imagePath) {
+  std::string dir = CKovBlkExport::GetBlksDirPath(imagePath.c_str());
+  std::error_code ec;
+  fs::create_directory(dir, ec);
+  if (ec) throw ToolError{kRefused, dir + ": can't be made: " + ec.message()};
+  for (const fs::directory_entry& entry : fs::directory_iterator(dir, ec)) {
+    if (entry.is_regular_file(ec) && !fs::remove(entry.path(), ec)) break;
+  }
+  if (ec) throw ToolError{kRefused, dir + ": can't be emptied: " + ec.message()};
+  std::map<uint16_t, int> counts;
+  for (const KovJsonInstance& inst : kovJsonWalkImage(bytes, prefixes).instances) {
+    const KovJsonBlock* blk = layout.FindBlockByKovType(inst.kovType);
+    if (blk == nullptr) continue;
+    uint32_t first = inst.offset - (prefixes ? 2 : 0);
+    uint32_t end = inst.offset + 6 + inst.size;
+    kovToolWriteOutput(
+        (fs::path(dir) / (blk->name + "_" + std::to_string(++counts[blk->id]))).string(),
+        std::vector<uint8_t>(bytes.begin() + first, bytes.begin() + end));
+  }
 }
 
 // The values of image, read with layout, and the text of its XML report when withReport. The
@@ -107,9 +133,10 @@ int cmdPack(const std::string& layoutPath, const std::string& valuesPath,
     throw ToolError{kBadInput,
                     "the block files are written beside the image: give -o a file, not '-'"};
   }
-  std::vector<uint8_t> bytes = packValues(*layout, readValues(valuesPath), shown(valuesPath),
-                                          prefixes, exporting ? imagePath : "");
+  std::vector<uint8_t> bytes =
+      packValues(*layout, readValues(valuesPath), shown(valuesPath), prefixes);
   kovToolWriteOutput(imagePath, bytes);
+  if (exporting) writeBlockFiles(*layout, bytes, prefixes, imagePath);
   if (imagePath == "-") return 0;
   kovToolPrint(kovFormat("%s: %zu bytes\n", imagePath.c_str(), bytes.size()));
   if (exporting) {
@@ -181,8 +208,9 @@ int cmdDemo(const std::string& self, std::string outDir, std::string layoutPath,
 
   auto layout = kovToolLoadLayout(layoutPath, true);
   std::vector<uint8_t> bytes =
-      packValues(*layout, readValues(valuesPath), valuesPath, false, image);
+      packValues(*layout, readValues(valuesPath), shown(valuesPath), false);
   kovToolWriteOutput(image, bytes);
+  writeBlockFiles(*layout, bytes, false, image);
   bool bad = false;
   KovJsonWalk walk = kovJsonWalkImage(bytes, false);
   std::string inspectText = kovJsonInspectText(walk, bytes.size(), layout.get(), bad);
@@ -191,7 +219,7 @@ int cmdDemo(const std::string& self, std::string outDir, std::string layoutPath,
   Json values = unpackImage(*layout, bytes, false, image, true, false, reportText);
   kovToolWriteOutput(unpacked, dump(values));
   kovToolWriteOutput(report, reportText);
-  std::vector<uint8_t> again = packValues(*layout, values, unpacked, false, "");
+  std::vector<uint8_t> again = packValues(*layout, values, unpacked, false);
   kovToolWriteOutput(tree, CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout()));
 
   std::string text = layoutPath == dir + "/layout.json"

@@ -202,6 +202,12 @@ TEST(Kovtool, ExportBlocksWritesOneFilePerInstance) {
     EXPECT_EQ(bytes, readBytes(dir + "r.kov").size());
     EXPECT_EQ(readBytes(dir + "r - Blocks/General_1").size(), 26u);
   }
+  // A file where the folder goes: said, and exit 1.
+  std::ofstream(dir + "x - Blocks") << "";
+  ToolRun blocked = kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "x.kov") +
+                              " --export-blocks");
+  EXPECT_EQ(blocked.status, 1);
+  EXPECT_EQ(blocked.err, "kovtool: " + dir + "x - Blocks: can't be made: File exists\n");
 }
 
 TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
