@@ -148,6 +148,18 @@ void checkRepack(const CKovJsonLayout& layout, const Json& values,
   uint32_t start = 0;
   for (size_t i = 0; i < k; ++i) start += kHdrSz + walk.instances[i].size;
   uint32_t offset = map.Offset(k) + static_cast<uint32_t>(at - start);
+  // In the header: a KOV id or a size other than the values give (instances numbered from
+  // elsewhere than 0, bytes behind the last value).
+  if (at - start < kHdrSz && start + kHdrSz <= again.size()) {
+    auto u16 = [](const std::vector<uint8_t>& b, size_t i) { return b[i] << 8 | b[i + 1]; };
+    throw KovJsonImageError(
+        file, map.Offset(k),
+        kovFormat("%s%s: its header has KOV id 0x%04X and size %u, its values give KOV id 0x%04X "
+                  "and size %u",
+                  map.Label(k).c_str(), tail.c_str(), u16(plain, start + 2), u16(plain, start + 4),
+                  u16(again, start + 2), u16(again, start + 4)),
+        true);
+  }
   std::string holds = at < plain.size() ? kovFormat("0x%02X", plain[at]) : std::string("nothing");
   std::string gives = at < again.size() ? kovFormat("0x%02X", again[at]) : std::string("nothing");
   throw KovJsonImageError(

@@ -437,6 +437,13 @@ TEST(Kovtool, StrictUnpackRefusesImagesThatBreakTheirLayout) {
   Bytes spare = image;
   spare[6 + 15] = 0x5A;
   fixChecksum(spare, 0);
+  // Zone [1] (0x7C) numbered 5 instead of 0; General [1] (0x18) with a zero byte more of data.
+  Bytes renumbered = image;
+  renumbered[0x7C + 3] = 5;
+  Bytes longer = image;
+  longer.insert(longer.begin() + 0x18 + 6 + 18, 0x00);
+  longer[0x18 + 5] = 21;
+  fixChecksum(longer, 0x18);
   const std::string overLayout = kTestData + "/over-max.layout.json";
   // The format example's E list in one listlet of 2 (listletMax 2) behind its header D (20
   // bytes), then a third entry put into that listlet: size 10 -> 11, quantity 2 -> 3.
@@ -465,6 +472,12 @@ TEST(Kovtool, StrictUnpackRefusesImagesThatBreakTheirLayout) {
        "at most 2"},
       {"listlet above its listletMax", example, listlet,
        "offset 0x000014: block 'E', listlet 0 holds 3 entries, above the listletMax of 2"},
+      {"instances not numbered from 0", kLayout, renumbered,
+       "offset 0x00007C: block 'Zone' [1]: the image breaks its layout: its header has KOV id "
+       "0x0005 and size 27, its values give KOV id 0x0000 and size 27"},
+      {"data behind the last value", kLayout, longer,
+       "offset 0x000018: block 'General' [1]: the image breaks its layout: its header has KOV id "
+       "0x0001 and size 21, its values give KOV id 0x0001 and size 20"},
       {"bits no field holds", kLayout, spare,
        "offset 0x000015: block 'Device info' [1] (at offset 0x000000): the image breaks its "
        "layout: the image holds 0x5A where its values pack to 0x00"},
