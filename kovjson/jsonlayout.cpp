@@ -86,7 +86,7 @@ uint32_t calcQuantity(const CKovUp* up, const CKovBlkLayout* blkLayout, uint32_t
   if (found == nullptr || *found == nullptr || srcInstance >= (*found)->size() ||
       (**found)[srcInstance] == nullptr) {
     throw new CMevGenException(
-        kovFormat("List %s in block %s [%u] takes its quantity from block %s [%u], which the "
+        kovFormat("List '%s' in block '%s' [%u] takes its quantity from block '%s' [%u], which the "
                   "image does not hold before it.",
                   list->name.c_str(), blkNameOf(blkLayout).c_str(), instance, srcName.c_str(),
                   srcInstance),
@@ -101,7 +101,7 @@ uint32_t calcQuantity(const CKovUp* up, const CKovBlkLayout* blkLayout, uint32_t
   int64_t qty = std::max<int64_t>(0, value * list->qtyScale + list->qtyOffset);
   if (qty > list->maxEntries) {
     throw new CMevGenException(
-        kovFormat("List %s in block %s [%u]: its quantity rule gives %lld entries, above its "
+        kovFormat("List '%s' in block '%s' [%u]: its quantity rule gives %lld entries, above its "
                   "maximum of %u.",
                   list->name.c_str(), blkNameOf(blkLayout).c_str(), instance,
                   static_cast<long long>(qty), list->maxEntries),
@@ -155,7 +155,7 @@ uint32_t selectOption(const CKovUp*, uint32_t unionID, uint16_t instance,
   for (const KovDiscrInfo* discr : discrs)
     values += (values.empty() ? "" : ", ") + discrText(discr);
   throw new CMevGenException(
-      kovFormat("Union %s in block %s [%u]: no option for discriminant value(s) %s.",
+      kovFormat("Union '%s' in block '%s' [%u]: no option for discriminant value(s) %s.",
                 u->name.c_str(), blkNameOf(blkLayout).c_str(), instance,
                 values.empty() ? "(none)" : values.c_str()),
       0);
@@ -269,7 +269,8 @@ class KovJsonLayoutReader {
   void ReadDocument(const Json& doc) {
     in.Object(doc, "");
     in.Keys(doc, "",
-            {"versionIndex", "modelIndex", "maxImageSize", "saveToSeparateFiles", "partitions"});
+            {"$schema", "versionIndex", "modelIndex", "maxImageSize", "saveToSeparateFiles",
+             "partitions"});
     versionIndex = static_cast<int8_t>(in.Int(doc, "", "versionIndex", -128, 127, 0));
     modelIndex = static_cast<int8_t>(in.Int(doc, "", "modelIndex", -128, 127, 0));
     out.maxImageSize =
@@ -317,6 +318,14 @@ class KovJsonLayoutReader {
     blk.at = at;
     blk.partition = partition;
     blk.name = in.Name(o, at);
+    // A block's name becomes the name of its files in a per-block export.
+    if (blk.name.find_first_of("/\\") != std::string::npos || blk.name == "." ||
+        blk.name.find("..") != std::string::npos ||
+        std::any_of(blk.name.begin(), blk.name.end(),
+                    [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; })) {
+      in.Fail(kovJsonPointerTo(at, "name"),
+              "a block name names files: it can't hold '/', '\\', '..' or control characters");
+    }
     for (const KovJsonBlock& other : out.blocks) {
       if (other.name == blk.name) {
         in.Fail(kovJsonPointerTo(at, "name"), "block name '" + blk.name + "' is used twice");
@@ -477,9 +486,10 @@ class KovJsonLayoutReader {
       f.gap = static_cast<uint32_t>(in.UInt(o, at, "gap", 0, kMaxBlkDataSz * 8, 0));
     }
     if (type == "number") {
-      keys({"bits"});
+      keys({"bits", "enum", "flags", "signed", "scale", "offset"});
       f.kind = KovJsonKind::Number;
       f.bits = static_cast<uint32_t>(in.UInt(o, at, "bits", 1, 32));
+      f.format = kovJsonReadNumberFormat(in, o, at, f.bits);
     } else if (type == "char") {
       keys({"charBits"});
       f.kind = KovJsonKind::Char;
@@ -828,6 +838,7 @@ class KovJsonLayoutReader {
     bool split = CKovUnionFieldLayout::IsSplitFormat(f.unionFormat);
     std::string dat = kovJsonPointerTo(f.at, "discriminants");
     const Json& discrs = o.contains("discriminants") ? o["discriminants"] : Json::array();
+    std::vector<const KovJsonField*> discrFields;
     for (size_t i = 0; i < discrs.size(); ++i) {
       std::string at = kovJsonPointerTo(dat, i);
       in.Object(discrs[i], at);
@@ -849,6 +860,7 @@ class KovJsonLayoutReader {
             "a discriminant is a number, char or string, not a " + std::string(kindName(d.kind)));
       }
       f.discrs.push_back({dblk.id, d.id, d.kind});
+      discrFields.push_back(&d);
     }
     std::string sat = kovJsonPointerTo(f.at, "select");
     const Json& select = o["select"];
@@ -887,6 +899,12 @@ class KovJsonLayoutReader {
           std::string s = values[k].get<std::string>();
           if (s.size() != 1) in.Fail(vat, "a char discriminant is matched by one character");
           v.number = static_cast<uint8_t>(s[0]);
+        } else if (const KovJsonField& d = *discrFields[k];
+                   d.kind == KovJsonKind::Number && !d.format.IsPlain()) {
+          std::string why;
+          if (!kovJsonNumberToStored(d.format, d.bits, values[k], v.number, why)) {
+            in.Fail(vat, "a value of '" + d.name + "' " + why);
+          }
         } else {
           v.number = static_cast<uint32_t>(in.ToUInt(values[k], vat, 0, 0xFFFFFFFFu));
         }
@@ -907,6 +925,20 @@ class KovJsonLayoutReader {
   // Pass 3: the library's objects.
 
   void Build() {
+    try {
+      BuildObjects();
+      out.Register();
+      out.cpLayout->DoPostLayoutVerification();
+    } catch (CMevGenException* e) {
+      std::string at;
+      std::string text = kovJsonNamedText(out.blocks, e->GetMessage(), &at);
+      delete e;
+      out.Unregister();
+      in.Fail(at, "the layout fails verification: " + text);
+    }
+  }
+
+  void BuildObjects() {
     out.cpLayout = std::make_unique<CKovCpLayout>(versionIndex, modelIndex, out.maxImageSize,
                                                   saveToSeparateFiles ? 1 : 0);
     CKovCpLayout* cp = out.cpLayout.get();
@@ -923,15 +955,6 @@ class KovJsonLayoutReader {
       layout.release();
     }
     collectAll([](KovJsonField& f) { kovRegisterString(f.id, f.name); });
-    out.Register();
-    try {
-      cp->DoPostLayoutVerification();
-    } catch (CMevGenException* e) {
-      std::string text = e->GetMessage();
-      delete e;
-      out.Unregister();
-      in.Fail("", "the layout fails verification: " + text);
-    }
   }
 
   void collectAll(const std::function<void(KovJsonField&)>& visit) {

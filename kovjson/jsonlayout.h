@@ -31,6 +31,7 @@
 #include <vector>
 
 #include "kov/kov.h"
+#include "kovjson/jsonnumber.h"
 
 // A fault in a layout or values file: the file, the JSON pointer of the place ("" for the whole
 // document) and the text. what() gives "file: pointer: text" (the pointer left out when empty).
@@ -95,7 +96,8 @@ struct KovJsonField {
   uint32_t byteOffset = 0;
   uint8_t msbStart = 7;
   uint32_t gap = 0;
-  uint32_t bits = 0;  // number, name: width; union: fixed length
+  uint32_t bits = 0;           // number, name: width; union: fixed length
+  KovJsonNumberFormat format;  // number: how its values read (kovjson/jsonnumber.h)
   CKovCharFieldLayout::CharType charType = CKovCharFieldLayout::Char8Bit;
   uint32_t chars = 0;  // string
 
@@ -192,6 +194,14 @@ class CKovJsonLayout {
 
   friend class KovJsonLayoutReader;
 };
+
+// A text of the library in the layout's words: line breaks become spaces, and every field,
+// list or union named by its id ("Field 10", "union field 17", "List 302") and every block named
+// by its id ("block 3", "block with ID 3") is named by its name in quotes instead. pointer, when
+// not null, is set to the JSON pointer of the first field or block so named ("" for none).
+// Never throws but for exhausted memory.
+std::string kovJsonNamedText(const std::vector<KovJsonBlock>& blocks, const std::string& text,
+                             std::string* pointer = nullptr);
 
 // The top-level field named fieldID of block blk; null when it is not a top-level field.
 const KovJsonField* kovJsonTopField(const KovJsonBlock& blk, uint32_t fieldID);

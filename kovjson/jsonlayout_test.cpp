@@ -151,18 +151,70 @@ TEST(JsonLayout, RefusesEachFaultWithFilePointerAndText) {
        "t.json: /partitions/0/blocks/0/headerBlock: block 'B' is not of kind 'header'"},
       {oneBlock(R"({"name": "N", "type": "name", "block": 99, "byteOffset": 0})", "",
                 R"(, {"name": "H", "kind": "header", "kovType": 17, "maxDataSize": 0})"),
-       "t.json: the layout fails verification: No layout found for the KOV List Structure "
-       "referenced\nby Header block 2."},
+       "t.json: /partitions/0/blocks/1: the layout fails verification: No layout found for the "
+       "KOV List Structure referenced by Header block 'H'."},
       {oneBlock(R"({"name": "Q", "type": "number", "bits": 8, "byteOffset": 0},
                    {"name": "L", "type": "list", "format": "contiguous", "byteOffset": 2,
                     "maxEntries": 2, "entryBits": 8, "quantity": {"field": "Q"}, "entry": [)" +
                 std::string(kNum) + "]}"),
-       "t.json: the layout fails verification: Field 1 must immediately precede field 2 (see "
-       "block B)"},
+       f0 + ": the layout fails verification: Field 'Q' must immediately precede field 'L' (see "
+            "block B)"},
+      {R"({"partitions": [{"number": 1, "number": 2, "blocks": []}]})",
+       "t.json: /partitions/0/number: member 'number' is given twice"},
+      {oneBlock(R"({"name": "N", "type": "list", "format": "fixed", "maxEntries": 1,
+                    "entryBits": 8, "entry": [{"name": "E", "type": "number", "bits": 8,
+                    "bits": 4}]})"),
+       f0 + "/entry/0/bits: member 'bits' is given twice"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
     EXPECT_EQ(loadError(c.text), c.error);
+  }
+}
+
+TEST(JsonLayout, RefusesBlockNamesThatAreNoFileNames) {
+  // A block's name names its file in a per-block export: none may leave the export's folder.
+  for (const char* name : {"../../x", "A/B", "A\\\\B", "..", "a\\u0001b", "tab\\there"}) {
+    SCOPED_TRACE(name);
+    std::string text = R"({"partitions": [{"number": 1, "blocks": [{"name": ")" +
+                       std::string(name) + R"(", "kovType": 16, "maxDataSize": 1}]}]})";
+    EXPECT_EQ(loadError(text),
+              "t.json: /partitions/0/blocks/0/name: a block name names files: it can't hold '/', "
+              "'\\', '..' or control characters");
+  }
+  EXPECT_EQ(loadError(R"({"partitions": [{"number": 1, "blocks": [{"name": "a.b c",)"
+                      R"( "kovType": 16, "maxDataSize": 1}]}]})"),
+            "(loaded)");
+}
+
+TEST(JsonLayout, NamedTextNamesFieldsAndBlocksById) {
+  auto layout = CKovJsonLayout::Load(
+      oneBlock(std::string(kNum) + R"(, {"name": "U", "id": 17, "type": "union",
+               "format": "fixed", "bits": 8, "select": {"default": "A"},
+               "options": [{"name": "A"}]})"),
+      "t.json", false);
+  struct Case {
+    const char* text;
+    const char* named;
+    const char* pointer;
+  } cases[] = {
+      {"Field 1 must immediately precede field 17 (see block B)",
+       "Field 'N' must immediately precede field 'U' (see block B)",
+       "/partitions/0/blocks/0/fields/0"},
+      {"See Union 17\nin block 1.", "See Union 'U' in block 'B'.",
+       "/partitions/0/blocks/0/fields/1"},
+      {"Block layout not found for block with ID = 1.",
+       "Block layout not found for block with "
+       "ID = 1.",
+       ""},
+      {"Header block 1 and\n\nfield 99 and list 7.", "Header block 'B' and field 99 and list 7.",
+       "/partitions/0/blocks/0"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    std::string pointer = "?";
+    EXPECT_EQ(kovJsonNamedText(layout->GetBlocks(), c.text, &pointer), c.named);
+    EXPECT_EQ(pointer, c.pointer);
   }
 }
 

@@ -1,10 +1,13 @@
 #include "kovjson/jsonread.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
+#include <set>
 
 #include "kovjson/jsonlayout.h"
 
@@ -19,23 +22,128 @@ std::string withoutExceptionTag(const std::string& text) {
                                                                             : text;
 }
 
+// Reads fd to its end; false on a read error (errno set).
+bool readAll(int fd, std::string& bytes) {
+  char buf[65536];
+  for (;;) {
+    ssize_t n = ::read(fd, buf, sizeof buf);
+    if (n == 0) return true;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    bytes.append(buf, static_cast<size_t>(n));
+  }
+}
+
+// A SAX reader that stops at the first key given twice in one object, keeping its JSON pointer.
+// nlohmann keeps the last of two equal keys without a word; a file that says two things about
+// one member is refused instead. One set of keys an open object: linear in the text.
+class DuplicateKeyFinder : public nlohmann::json_sax<Json> {
+ public:
+  std::string pointer;
+  std::string repeated;
+
+  bool null() override { return Value(); }
+  bool boolean(bool) override { return Value(); }
+  bool number_integer(number_integer_t) override { return Value(); }
+  bool number_unsigned(number_unsigned_t) override { return Value(); }
+  bool number_float(number_float_t, const string_t&) override { return Value(); }
+  bool string(string_t&) override { return Value(); }
+  bool binary(binary_t&) override { return Value(); }
+  bool start_object(std::size_t) override {
+    Value();
+    frames.push_back({true, {}, "", 0});
+    return true;
+  }
+  bool key(string_t& name) override {
+    Frame& top = frames.back();
+    top.name = name;
+    if (top.keys.insert(name).second) return true;
+    pointer = Pointer();
+    repeated = name;
+    return false;
+  }
+  bool end_object() override { return End(); }
+  bool start_array(std::size_t) override {
+    Value();
+    frames.push_back({false, {}, "", 0});
+    return true;
+  }
+  bool end_array() override { return End(); }
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+    return false;
+  }
+
+ private:
+  struct Frame {
+    bool isObject;
+    std::set<std::string> keys;
+    std::string name;  // object: the member being read
+    size_t next;       // array: the index of the next element
+  };
+
+  // A value starts in the innermost container: an array counts it.
+  bool Value() {
+    if (!frames.empty() && !frames.back().isObject) ++frames.back().next;
+    return true;
+  }
+  bool End() {
+    frames.pop_back();
+    return true;
+  }
+  std::string Pointer() const {
+    std::string at;
+    for (const Frame& f : frames) {
+      at = f.isObject ? kovJsonPointerTo(at, f.name) : kovJsonPointerTo(at, f.next - 1);
+    }
+    return at;
+  }
+
+  std::vector<Frame> frames;
+};
+
 }  // namespace
 
 std::string kovJsonReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw KovJsonError(path, "", std::string("can't be read: ") + std::strerror(errno));
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) throw KovJsonError(path, "", "can't be read");
-  return text.str();
+  auto fail = [&](const std::string& why) -> KovJsonError {
+    return KovJsonError(path == "-" ? "standard input" : path, "", "can't be read: " + why);
+  };
+  std::string bytes;
+  if (path == "-") {
+    if (!readAll(STDIN_FILENO, bytes)) throw fail(std::strerror(errno));
+    return bytes;
+  }
+  // O_NONBLOCK: opening a FIFO without a writer must not hang before it is refused.
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) throw fail(std::strerror(errno));
+  struct stat st;
+  bool ok = ::fstat(fd, &st) == 0;
+  int err = errno;
+  if (ok && !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    throw fail(S_ISDIR(st.st_mode) ? "it is a folder" : "not a regular file");
+  }
+  ok = ok && readAll(fd, bytes);
+  if (!ok) err = errno;
+  ::close(fd);
+  if (!ok) throw fail(std::strerror(err));
+  return bytes;
 }
 
 Json kovJsonParse(const std::string& text, const std::string& file) {
+  Json doc;
   try {
-    return Json::parse(text);
+    doc = Json::parse(text);
   } catch (const nlohmann::json::exception& e) {
     throw KovJsonError(file, "", "not valid JSON: " + withoutExceptionTag(e.what()));
   }
+  // The document parsed, so the second reading fails only where a key repeats.
+  DuplicateKeyFinder finder;
+  if (!Json::sax_parse(text, &finder)) {
+    throw KovJsonError(file, finder.pointer, "member '" + finder.repeated + "' is given twice");
+  }
+  return doc;
 }
 
 std::string kovJsonTypeName(const Json& v) {

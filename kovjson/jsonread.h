@@ -13,7 +13,8 @@
 #include <string>
 #include <vector>
 
-// The bytes of the file at path; throws KovJsonError naming the file when it can't be read.
+// The bytes of the file at path ("-": standard input). Only a regular file is read: a folder, a
+// device, a FIFO or a missing path throws KovJsonError "PATH: can't be read: why".
 std::string kovJsonReadFile(const std::string& path);
 
 // The document in text, members in file order; a syntax error throws KovJsonError with its line

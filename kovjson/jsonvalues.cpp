@@ -68,6 +68,11 @@ class ValuesReader {
       }
       std::vector<const Json*> instances = instancesOf(*it);
       if (instances.empty()) continue;
+      // Two instances of a single-instance block would share one KOV name.
+      if (instances.size() > 1 && !blk.multi) {
+        in.Fail(at, kovFormat("block '%s' is not multi-instance: give one instance, not %zu",
+                              blk.name.c_str(), instances.size()));
+      }
       auto entries = std::make_unique<CKovPkEntryList>();
       std::vector<uint16_t> sizes;
       for (size_t i = 0; i < instances.size(); ++i) {
@@ -140,8 +145,7 @@ class ValuesReader {
                                    Ctx& ctx) {
     switch (f.kind) {
       case KovJsonKind::Number:
-        return std::make_unique<CKovNumField>(
-            static_cast<uint32_t>(in.ToUInt(v, at, 0, maxForBits(f.bits))), f.id, f.bits);
+        return std::make_unique<CKovNumField>(Stored(f, v, at), f.id, f.bits);
       case KovJsonKind::Char:
         return std::make_unique<CKovCharField>(CharCode(f, v, at), f.id, f.bits);
       case KovJsonKind::String:
@@ -155,6 +159,15 @@ class ValuesReader {
         return Union(f, v, at, ctx);
     }
     return nullptr;
+  }
+
+  // The stored number of a number field's value; the format of the field says how it reads.
+  uint32_t Stored(const KovJsonField& f, const Json& v, const std::string& at) {
+    if (f.format.IsPlain()) return static_cast<uint32_t>(in.ToUInt(v, at, 0, maxForBits(f.bits)));
+    uint32_t stored = 0;
+    std::string why;
+    if (!kovJsonNumberToStored(f.format, f.bits, v, stored, why)) in.Fail(at, why);
+    return stored;
   }
 
   uint16_t CharCode(const KovJsonField& f, const Json& v, const std::string& at) {
@@ -281,7 +294,7 @@ class ValuesReader {
               it->is_array() ? kovJsonPointerTo(kovJsonPointerTo("", src->name), instance - 1)
                              : kovJsonPointerTo("", src->name),
               qf->name);
-          value = in.ToUInt(*vit, vat, 0, maxForBits(qf->bits));
+          value = Stored(*qf, *vit, vat);
         }
       }
     }
@@ -355,6 +368,11 @@ class ValuesReader {
     if (it == obj->end()) return value;
     if (value.isText && it->is_string()) {
       value.text = it->get<std::string>();
+    } else if (field->kind == KovJsonKind::Number && !field->format.IsPlain()) {
+      std::string why;
+      if (!kovJsonNumberToStored(field->format, field->bits, *it, value.number, why)) {
+        return std::nullopt;
+      }
     } else if (it->is_number_unsigned()) {
       value.number = static_cast<uint32_t>(it->get<uint64_t>());
     } else if (field->kind == KovJsonKind::Char && it->is_string() &&
@@ -472,7 +490,10 @@ class ValuesWriter {
   }
 
   Json Value(const KovJsonField& f, const CKovField* v) {
-    if (v->IsNumber()) return static_cast<const CKovNumField*>(v)->GetValue();
+    if (v->IsNumber()) {
+      return kovJsonNumberFromStored(f.format, f.bits,
+                                     static_cast<const CKovNumField*>(v)->GetValue());
+    }
     if (v->IsChar()) {
       uint16_t code = static_cast<const CKovCharField*>(v)->GetValue();
       if (code >= 0x20 && code < 0x7F) return std::string(1, static_cast<char>(code));

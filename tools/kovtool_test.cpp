@@ -84,7 +84,8 @@ void fixChecksum(Bytes& image, size_t offset) {
 }
 
 TEST(Kovtool, EveryCommandHasHelp) {
-  for (const char* command : {"", "pack ", "unpack ", "inspect ", "verify ", "tree ", "demo "}) {
+  for (const char* command :
+       {"", "pack ", "unpack ", "inspect ", "verify ", "lint ", "tree ", "demo "}) {
     SCOPED_TRACE(command);
     ToolRun run = kovtoolIn(std::string(command) + "--help");
     EXPECT_EQ(run.status, 0);
@@ -101,6 +102,9 @@ TEST(Kovtool, BadCommandLinesExitTwo) {
       {"pack a.json b.json", "--output is required"},
       {"unpack a.json", "IMAGE is required"},
       {"inspect x.kov --colour", "The following argument was not expected: --colour"},
+      {"frob x",
+       "kovtool: 'frob' is not a command; the commands are pack, unpack, inspect, "
+       "verify, lint, tree, demo (see kovtool --help)\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args);
@@ -119,6 +123,9 @@ TEST(Kovtool, SampleOutputsMatchTheirGoldenFiles) {
   ToolRun tree = kovtoolIn("tree " + q(kLayout));
   EXPECT_EQ(tree.status, 0) << tree.err;
   EXPECT_EQ(tree.out, readText(kTestData + "/radio.tree.txt"));
+  ToolRun detail = kovtoolIn("tree --detail " + q(kLayout));
+  EXPECT_EQ(detail.status, 0) << detail.err;
+  EXPECT_EQ(detail.out, readText(kTestData + "/radio.tree-detail.txt"));
   ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "radio.kov") + " --report " +
                              q(dir + "radio.xml"));
   EXPECT_EQ(unpack.status, 0) << unpack.err;
@@ -126,7 +133,7 @@ TEST(Kovtool, SampleOutputsMatchTheirGoldenFiles) {
   EXPECT_EQ(readText(dir + "radio.xml"), readText(kTestData + "/radio.xml"));
   ToolRun verify = kovtoolIn("verify " + q(kLayout));
   EXPECT_EQ(verify.status, 0);
-  EXPECT_EQ(verify.out, kLayout + ": verified: 2 partitions, 9 blocks, 42 fields\n");
+  EXPECT_EQ(verify.out, kLayout + ": verified: 2 partitions, 9 blocks, 43 fields\n");
   EXPECT_EQ(verify.err, "");
 }
 
@@ -173,20 +180,34 @@ TEST(Kovtool, FormatExampleRoundTripsThroughFiles) {
 }
 
 TEST(Kovtool, ExportBlocksWritesOneFilePerInstance) {
+  // --export-blocks, or saveToSeparateFiles in the layout: either exports.
   std::string dir = scratch();
-  ToolRun run = kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "r.kov") +
-                          " --export-blocks");
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_NE(run.out.find(dir + "r - Blocks: one file a block instance"), std::string::npos)
-      << run.out;
-  size_t files = 0, bytes = 0;
-  for (const auto& entry : fs::directory_iterator(dir + "r - Blocks")) {
-    ++files;
-    bytes += fs::file_size(entry.path());
+  std::string layout = readText(kLayout);
+  std::ofstream(dir + "save.json")
+      << layout.replace(layout.find("\"maxImageSize\""), 0, "\"saveToSeparateFiles\": true, ");
+  for (const std::string& way : {q(kLayout) + " " + q(kValues) + " --export-blocks",
+                                 q(dir + "save.json") + " " + q(kValues)}) {
+    SCOPED_TRACE(way);
+    fs::remove_all(dir + "r - Blocks");
+    ToolRun run = kovtoolIn("pack " + way + " -o " + q(dir + "r.kov"));
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find(dir + "r - Blocks: one file a block instance"), std::string::npos)
+        << run.out;
+    size_t files = 0, bytes = 0;
+    for (const auto& entry : fs::directory_iterator(dir + "r - Blocks")) {
+      ++files;
+      bytes += fs::file_size(entry.path());
+    }
+    EXPECT_EQ(files, 13u);
+    EXPECT_EQ(bytes, readBytes(dir + "r.kov").size());
+    EXPECT_EQ(readBytes(dir + "r - Blocks/General_1").size(), 26u);
   }
-  EXPECT_EQ(files, 13u);
-  EXPECT_EQ(bytes, readBytes(dir + "r.kov").size());
-  EXPECT_EQ(readBytes(dir + "r - Blocks/General_1").size(), 26u);
+  // A file where the folder goes: said, and exit 1.
+  std::ofstream(dir + "x - Blocks") << "";
+  ToolRun blocked = kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "x.kov") +
+                              " --export-blocks");
+  EXPECT_EQ(blocked.status, 1);
+  EXPECT_EQ(blocked.err, "kovtool: " + dir + "x - Blocks: can't be made: File exists\n");
 }
 
 TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
@@ -205,49 +226,155 @@ TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
             std::string::npos);
   EXPECT_EQ(readText(dir + "out/radio.inspect.txt"), readText(kTestData + "/radio.headers.txt"));
   EXPECT_EQ(readBytes(dir + "out/radio.kov"), packSample(dir));
+  // Another layout names the outputs.
+  ToolRun other = kovtoolIn("demo --out " + q(dir + "o2") + " --layout " +
+                            q(kTestData + "/format-example.layout.json") + " --values " +
+                            q(kTestData + "/format-example.values.json"));
+  ASSERT_EQ(other.status, 0) << other.err;
+  EXPECT_EQ(fs::file_size(dir + "o2/format-example.layout.kov"), 105u);
+  EXPECT_TRUE(fs::exists(dir + "o2/format-example.layout.values.json"));
+  EXPECT_NE(other.out.find("(5 blocks in 1 partition)"), std::string::npos) << other.out;
 }
 
-TEST(Kovtool, BadLayoutOrValuesFileExitsTwoNamingThePlace) {
+TEST(Kovtool, BadInputExitsWithOneLineNamingThePlace) {
   std::string dir = scratch();
   std::string bad = kTestData + "/bad-layout.json";
+  std::string image = dir + "r.kov";
+  packSample(dir);
+  fs::rename(dir + "radio.kov", image);
+  fs::create_directories(dir + "folder");
+  std::ofstream(dir + "two.json") << R"({"General": [{"Volume": 1}, {"Volume": 2}]})";
+  std::ofstream(dir + "dup.json") << R"({"General": {"Volume": 1, "Squelch": 2, "Volume": 3}})";
+  std::ofstream(dir + "name.json")
+      << R"({"partitions": [{"number": 1, "blocks": [{"name": "../../x", "kovType": 16,)"
+         R"( "maxDataSize": 1}]}]})";
   struct Case {
     std::string args;
     std::string error;
   } cases[] = {
-      {"verify " + q(bad), "kovtool: " + bad +
-                               ": /partitions/0/blocks/0/fields/1/bits: must be a whole number "
-                               "from 1 to 32, not 33\n"},
-      {"tree " + q(dir + "none.json"),
-       "kovtool: " + dir + "none.json: can't be read: No such file or directory\n"},
+      {"verify " + q(bad), bad + ": /partitions/0/blocks/0/fields/1/bits: must be a whole number "
+                                 "from 1 to 32, not 33"},
+      {"tree " + q(dir + "none.json"), dir + "none.json: can't be read: No such file or directory"},
       {"pack " + q(kLayout) + " " + q(kTestData + "/bad-values.json") + " -o " + q(dir + "x.kov"),
-       "kovtool: " + kTestData +
+       kTestData +
            "/bad-values.json: /Zone/1/Members/0/Bank/instance: multi-instance block 'Channel "
-           "bank' has 2 instances in this file\n"},
+           "bank' has 2 instances in this file"},
       {"unpack " + q(kLayout) + " " + q(dir + "none.kov"),
-       "kovtool: " + dir + "none.kov: can't be read: No such file or directory\n"},
+       dir + "none.kov: can't be read: No such file or directory"},
       {"verify " + q(kTestData + "/unverifiable-layout.json"),
-       "kovtool: " + kTestData +
-           "/unverifiable-layout.json: the layout fails verification: Field 1 must immediately "
-           "precede field 2 (see block B)\n"},
+       kTestData + "/unverifiable-layout.json: /partitions/0/blocks/0/fields/0: the layout fails "
+                   "verification: Field 'Q' must immediately precede field 'L' (see block B)"},
+      // Folders as inputs, on each side of a command.
+      {"inspect " + q(dir + "folder"), dir + "folder: can't be read: it is a folder"},
+      {"unpack " + q(dir + "folder") + " " + q(image),
+       dir + "folder: can't be read: it is a folder"},
+      {"pack " + q(kLayout) + " " + q(dir + "folder") + " -o " + q(dir + "x.kov"),
+       dir + "folder: can't be read: it is a folder"},
+      // Two instances of a single-instance block would pack one KOV name twice.
+      {"pack " + q(kLayout) + " " + q(dir + "two.json") + " -o " + q(dir + "x.kov"),
+       dir + "two.json: /General: block 'General' is not multi-instance: give one instance, not 2"},
+      {"pack " + q(kLayout) + " " + q(dir + "dup.json") + " -o " + q(dir + "x.kov"),
+       dir + "dup.json: /General/Volume: member 'Volume' is given twice"},
+      {"verify " + q(dir + "name.json"),
+       dir + "name.json: /partitions/0/blocks/0/name: a block name names files: it can't hold "
+             "'/', '\\', '..' or control characters"},
+      {"unpack " + q(kLayout) + " " + q(image) + " --report /no/such/dir/r.xml",
+       "/no/such/dir/r.xml: can't be written: no folder /no/such/dir"},
+      {"pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "none/x.kov"),
+       dir + "none/x.kov: can't be written: no folder " + dir + "none"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args);
     ToolRun run = kovtoolIn(c.args);
     EXPECT_EQ(run.status, 2);
-    EXPECT_EQ(run.err, c.error);
+    EXPECT_EQ(run.err, "kovtool: " + c.error + "\n");
+    EXPECT_EQ(run.out, "");
     EXPECT_FALSE(fs::exists(dir + "x.kov"));
   }
+}
+
+TEST(Kovtool, FailedWritesLeaveTheOldFile) {
+  std::string dir = scratch();
+  const Bytes image = packSample(dir);
+  std::ofstream(dir + "old.json") << "old";
+  const std::string tool = KOVTOOL_PATH;
+  struct Case {
+    std::string script;
+    std::string error;
+  } cases[] = {
+      // RLIMIT_FSIZE: the write fails part-way.
+      {"ulimit -f 0; " + tool + " pack " + q(kLayout) + " " + q(kValues) + " -o " +
+           q(dir + "radio.kov"),
+       dir + "radio.kov: can't be written: File too large"},
+      {"ulimit -f 0; " + tool + " unpack " + q(kLayout) + " " + q(dir + "radio.kov") + " -o " +
+           q(dir + "old.json"),
+       dir + "old.json: can't be written: File too large"},
+      {tool + " tree " + q(kLayout) + " >/dev/full",
+       "standard output: can't be written: No space left on device"},
+      {tool + " unpack " + q(kLayout) + " " + q(dir + "radio.kov") + " >/dev/full",
+       "standard output: can't be written: No space left on device"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.script);
+    std::string out = dir + "run.txt";
+    int raw = std::system(("(" + c.script + "; echo \"exit $?\") 2>&1 | cat >" + q(out)).c_str());
+    ASSERT_TRUE(WIFEXITED(raw));
+    EXPECT_EQ(readText(out), "kovtool: " + c.error + "\nexit 1\n");
+    EXPECT_EQ(readBytes(dir + "radio.kov"), image);
+    EXPECT_EQ(readText(dir + "old.json"), "old");
+    size_t files = 0;
+    for (const auto& entry : fs::directory_iterator(dir)) files += entry.is_regular_file();
+    EXPECT_EQ(files, 3u) << "a temporary file is left behind";
+  }
+}
+
+TEST(Kovtool, StandardStreamsVersionAndPlurals) {
+  std::string dir = scratch();
+  const Bytes image = packSample(dir);
+  const std::string tool = KOVTOOL_PATH;
+  std::string script = tool + " pack " + q(kLayout) + " - -o - <" + q(kValues) + " | " + tool +
+                       " unpack " + q(kLayout) + " - >" + q(dir + "v.json");
+  ASSERT_EQ(std::system(("sh -c " + q(script)).c_str()), 0);
+  EXPECT_EQ(readText(dir + "v.json"), readText(kTestData + "/radio.values.json"));
+  ToolRun version = kovtoolIn("--version");
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out.rfind("kovtool ", 0), 0u) << version.out;
+  ToolRun verify = kovtoolIn("verify " + q(kTestData + "/over-max.layout.json"));
+  EXPECT_EQ(verify.out,
+            kTestData + "/over-max.layout.json: verified: 1 partition, 2 blocks, 4 fields\n");
+}
+
+TEST(Kovtool, LintFailsOnMistakesThatVerifyOnlyWarnsAbout) {
+  std::string dir = scratch();
+  std::ofstream(dir + "o.json") << R"({"partitions": [{"number": 1, "blocks": [{"name": "B",
+      "kovType": 16, "maxDataSize": 2, "fields": [
+        {"name": "N", "type": "number", "bits": 8, "byteOffset": 0},
+        {"name": "M", "type": "number", "bits": 4, "byteOffset": 0, "msbStart": 3}]}]}]})";
+  const std::string finding =
+      dir + "o.json: /partitions/0/blocks/0/fields/1: fields 'N' and 'M' overlap at bits 4 to 7";
+  ToolRun lint = kovtoolIn("lint " + q(dir + "o.json"));
+  EXPECT_EQ(lint.status, 1);
+  EXPECT_EQ(lint.out, finding + "\nBits that no field claims:\n  B: bits 8 to 15 (byte 1)\n" + dir +
+                          "o.json: 1 mistake\n");
+  ToolRun verify = kovtoolIn("verify " + q(dir + "o.json"));
+  EXPECT_EQ(verify.status, 0);
+  EXPECT_EQ(verify.err, "kovtool: warning: " + finding + "\n");
+  ToolRun sample = kovtoolIn("lint " + q(kLayout));
+  EXPECT_EQ(sample.status, 0);
+  EXPECT_NE(sample.out.find("  General: bit 12 (byte 1), bits 14 to 15 (byte 1), "),
+            std::string::npos)
+      << sample.out;
 }
 
 TEST(Kovtool, VerifyPrintsTheLibrarysAdvice) {
   ToolRun run = kovtoolIn("verify " + q(kTestData + "/advice-layout.json"));
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.err,
-            "note: WARNING: KOV Name field 1 in block B references block 99\n"
-            "      but no layout for that block exists.\n");
+  EXPECT_EQ(run.err, "note: " + kTestData +
+                         "/advice-layout.json: WARNING: KOV Name field 'Owner' in block B "
+                         "references block 99 but no layout for that block exists.\n");
 }
 
-TEST(Kovtool, DamagedImagesExitOneWithTheLibrarysText) {
+TEST(Kovtool, DamagedImagesExitOneNamingFileAndOffset) {
   std::string dir = scratch();
   const Bytes image = packSample(dir);
   // General [1] starts at 0x18, Channel bank [1] at 0x32: its first channel's Kind at data byte 1.
@@ -259,22 +386,27 @@ TEST(Kovtool, DamagedImagesExitOneWithTheLibrarysText) {
   Bytes kind3 = image;
   kind3[0x32 + 7] = 3;
   fixChecksum(kind3, 0x32);
+  const std::string file = dir + "bad.kov: ";
   struct Case {
     const char* what;
     Bytes bytes;
     std::string unpackError;
     std::string inspectLine;
   } cases[] = {
-      {"bad checksum", badCrc, "kovtool: Block General [1] has an invalid checksum.\n",
+      {"bad checksum", badCrc,
+       "offset 0x000018: block 'General' [1] has checksum 0xEB5C, but its data gives 0x1B6D",
        "0x000018 0x0201    0x0001  20     18    BAD  0xEB5C  General [1] (data gives 0x1B6D)\n"},
-      {"cut short", cut, "kovtool: Block General [1] has an invalid checksum.\n",
+      // Cut inside an instance: told as such, not as a wrong checksum.
+      {"cut short", cut,
+       "offset 0x000018: KOV name 0x02010001 of size 20 runs 2 bytes past the end of the image",
        "0x000018 KOV name 0x02010001 of size 20 runs 2 bytes past the end of the image\n"},
       {"unknown KOV name", unknown,
-       "kovtool: Unable to find blkID for item with KOV Name = 0x7e010000.\n",
+       "offset 0x000018: KOV name 0x7E010001 belongs to no block of " + kLayout,
        "0x000018 0x7E01    0x0001  20     18    good 0xEB5C  (no block of the layout has this KOV "
        "name)\n"},
       {"no option for a discriminant", kind3,
-       "kovtool: Union Mode in block Channel bank [1]: no option for discriminant value(s) 3.\n",
+       "offset 0x000032: Union 'Mode' in block 'Channel bank' [1]: no option for discriminant "
+       "value(s) 3.",
        ""},
   };
   for (const Case& c : cases) {
@@ -282,12 +414,90 @@ TEST(Kovtool, DamagedImagesExitOneWithTheLibrarysText) {
     writeBytes(dir + "bad.kov", c.bytes);
     ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "bad.kov"));
     EXPECT_EQ(unpack.status, 1);
-    EXPECT_EQ(unpack.err, c.unpackError);
+    EXPECT_EQ(unpack.err, "kovtool: " + file + c.unpackError + "\n");
     EXPECT_EQ(unpack.out, "");
     ToolRun inspect = kovtoolIn("inspect " + q(dir + "bad.kov") + " --layout " + q(kLayout));
     EXPECT_EQ(inspect.status, c.inspectLine.empty() ? 0 : 1);
     EXPECT_NE(inspect.out.find(c.inspectLine), std::string::npos) << inspect.out;
   }
+}
+
+TEST(Kovtool, StrictUnpackRefusesImagesThatBreakTheirLayout) {
+  std::string dir = scratch();
+  const Bytes image = packSample(dir);
+  // General [1] (0x18, 26 bytes) once more behind itself: one KOV name twice.
+  Bytes twice(image.begin(), image.begin() + 0x32);
+  twice.insert(twice.end(), image.begin() + 0x18, image.end());
+  // A quantity of 3 for a list of at most 2: the library reads the third entry from the
+  // checksum. A: 00 10 00 00 00 05, N = 3, entries 07 08, checksum; B: 00 11 00 00 00 03, 09.
+  Bytes over = {0x00, 0x10, 0x00, 0x00, 0x00, 0x05, 0x03, 0x07, 0x08, 0x00,
+                0x00, 0x00, 0x11, 0x00, 0x00, 0x00, 0x03, 0x09, 0x91, 0x29};
+  fixChecksum(over, 0);
+  // A byte that no field holds: the padding of Device info behind its last field.
+  Bytes spare = image;
+  spare[6 + 15] = 0x5A;
+  fixChecksum(spare, 0);
+  // Zone [1] (0x7C) numbered 5 instead of 0; General [1] (0x18) with a zero byte more of data.
+  Bytes renumbered = image;
+  renumbered[0x7C + 3] = 5;
+  Bytes longer = image;
+  longer.insert(longer.begin() + 0x18 + 6 + 18, 0x00);
+  longer[0x18 + 5] = 21;
+  fixChecksum(longer, 0x18);
+  const std::string overLayout = kTestData + "/over-max.layout.json";
+  // The format example's E list in one listlet of 2 (listletMax 2) behind its header D (20
+  // bytes), then a third entry put into that listlet: size 10 -> 11, quantity 2 -> 3.
+  const std::string example = kTestData + "/format-example.layout.json";
+  std::ofstream(dir + "e.json") << R"({"E": {"L": [{"v": 161}, {"v": 162}]}})";
+  ASSERT_EQ(
+      kovtoolIn("pack " + q(example) + " " + q(dir + "e.json") + " -o " + q(dir + "e.kov")).status,
+      0);
+  Bytes listlet = readBytes(dir + "e.kov");
+  ASSERT_EQ(listlet.size(), 20u + 16u);
+  listlet.insert(listlet.begin() + 20 + 6 + 8, 0xA3);
+  listlet[20 + 5] = 11;
+  listlet[20 + 6 + 5] = 3;
+  fixChecksum(listlet, 20);
+  struct Case {
+    const char* what;
+    std::string layout;
+    Bytes bytes;
+    std::string error;
+  } cases[] = {
+      {"KOV name twice", kLayout, twice,
+       "offset 0x000032: KOV name 0x02010001 of block 'General' is given twice (first at offset "
+       "0x000018)"},
+      {"list above its maximum", overLayout, over,
+       "offset 0x000000: block 'A' [1] breaks its layout: /A/L: 3 entries, but list 'L' holds "
+       "at most 2"},
+      {"listlet above its listletMax", example, listlet,
+       "offset 0x000014: block 'E', listlet 0 holds 3 entries, above the listletMax of 2"},
+      {"instances not numbered from 0", kLayout, renumbered,
+       "offset 0x00007C: block 'Zone' [1]: the image breaks its layout: its header has KOV id "
+       "0x0005 and size 27, its values give KOV id 0x0000 and size 27"},
+      {"data behind the last value", kLayout, longer,
+       "offset 0x000018: block 'General' [1]: the image breaks its layout: its header has KOV id "
+       "0x0001 and size 21, its values give KOV id 0x0001 and size 20"},
+      {"bits no field holds", kLayout, spare,
+       "offset 0x000015: block 'Device info' [1] (at offset 0x000000): the image breaks its "
+       "layout: the image holds 0x5A where its values pack to 0x00"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    writeBytes(dir + "bad.kov", c.bytes);
+    ToolRun strict = kovtoolIn("unpack " + q(c.layout) + " " + q(dir + "bad.kov"));
+    EXPECT_EQ(strict.status, 1);
+    EXPECT_EQ(strict.err,
+              "kovtool: " + dir + "bad.kov: " + c.error + " (--lenient reads it as it stands)\n");
+    ToolRun lenient = kovtoolIn("unpack " + q(c.layout) + " " + q(dir + "bad.kov") + " --lenient");
+    EXPECT_EQ(lenient.status, 0) << lenient.err;
+  }
+  writeBytes(dir + "bad.kov", twice);
+  ToolRun inspect = kovtoolIn("inspect " + q(dir + "bad.kov") + " --layout " + q(kLayout));
+  EXPECT_EQ(inspect.status, 1);
+  EXPECT_NE(inspect.out.find("0x000032 KOV name 0x02010001 of block 'General' is given twice"),
+            std::string::npos)
+      << inspect.out;
 }
 
 TEST(Kovtool, InspectWithoutLayoutReportsTruncatedHeaders) {
@@ -312,10 +522,9 @@ TEST(Kovtool, LibraryRefusalsOfAPackExitOne) {
   ToolRun run =
       kovtoolIn("pack " + q(dir + "small.json") + " " + q(kValues) + " -o " + q(dir + "x.kov"));
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(
-      run.err,
-      "kovtool: Block Channel bank [1] is too large to fit in the image.\nImage size: 64, blk "
-      "Start: 50, blk Size 51.\n\n");
+  EXPECT_EQ(run.err, "kovtool: " + kValues +
+                         ": Block Channel bank [1] is too large to fit in the image. Image size: "
+                         "64, blk Start: 50, blk Size 51.\n");
   EXPECT_FALSE(fs::exists(dir + "x.kov"));
 }
 
@@ -329,9 +538,10 @@ TEST(Kovtool, QuantityFromABlockTheImageLacksExitsOne) {
       0);
   ToolRun run = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "x.kov"));
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err,
-            "kovtool: List Rx group list in block Rx groups [1] takes its quantity from block "
-            "General [1], which the image does not hold before it.\n");
+  EXPECT_EQ(run.err, "kovtool: " + dir +
+                         "x.kov: offset 0x000000: List 'Rx group list' in block 'Rx groups' [1] "
+                         "takes its quantity from block 'General' [1], which the image does not "
+                         "hold before it.\n");
 }
 
 }  // namespace

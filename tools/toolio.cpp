@@ -1,37 +1,23 @@
 #include "tools/toolio.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <sys/stat.h>
-#include <unistd.h>
+
+#include "kovjson/jsonlayout.h"
+#include "kovjson/jsonread.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void failInput(const std::string& path, const std::string& why) {
-  throw KovToolError{kKovToolBadInput, path + ": can't be read: " + why};
-}
-
 [[noreturn]] void failOutput(const std::string& path, const std::string& why) {
   throw KovToolError{kKovToolRefused, path + ": can't be written: " + why};
-}
-
-// Reads fd to its end; false on a read error (errno set).
-bool readAll(int fd, std::string& bytes) {
-  char buf[65536];
-  for (;;) {
-    ssize_t n = ::read(fd, buf, sizeof buf);
-    if (n == 0) return true;
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    bytes.append(buf, static_cast<size_t>(n));
-  }
 }
 
 // Writes all of bytes to fd; false on a write error (errno set).
@@ -48,31 +34,76 @@ bool writeAll(int fd, const std::string& bytes) {
   return true;
 }
 
+int noteCount = 0;
+// The layout whose names the notes use; null while none is loaded.
+const CKovJsonLayout* namingLayout = nullptr;
+// Message boxes raised while a layout loads, printed once its names are known.
+bool holdNotes = false;
+std::vector<std::string> heldNotes;
+
+void printNote(const std::string& text) {
+  ++noteCount;
+  if (holdNotes) {
+    heldNotes.push_back(text);
+    return;
+  }
+  std::fprintf(stderr, "note: %s\n", kovToolInNames(text).c_str());
+}
+
 }  // namespace
 
+std::unique_ptr<CKovJsonLayout> kovToolLoadLayout(const std::string& path, bool exportBlocks) {
+  std::string text = kovJsonReadFile(path);
+  std::string file = path == "-" ? "standard input" : path;
+  holdNotes = true;
+  heldNotes.clear();
+  std::unique_ptr<CKovJsonLayout> layout;
+  try {
+    layout = CKovJsonLayout::Load(text, file, exportBlocks);
+  } catch (...) {
+    holdNotes = false;
+    throw;
+  }
+  holdNotes = false;
+  namingLayout = layout.get();
+  for (const std::string& note : heldNotes) {
+    std::fprintf(stderr, "note: %s: %s\n", file.c_str(), kovToolInNames(note).c_str());
+  }
+  return layout;
+}
+
+std::string kovToolInNames(const std::string& text) {
+  static const std::vector<KovJsonBlock> none;
+  return kovJsonNamedText(namingLayout != nullptr ? namingLayout->GetBlocks() : none, text);
+}
+
+void kovToolInstallNotes() { kovSetMessageBoxHandler(printNote); }
+void kovToolResetNotes() { noteCount = 0; }
+int kovToolNoteCount() { return noteCount; }
+
+std::string kovToolPlural(size_t n, const char* word) {
+  return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
+}
+
+void kovToolCheckOutput(const std::string& path) {
+  if (path == "-") return;
+  fs::path target(path);
+  fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+  std::error_code ec;
+  if (fs::is_directory(target, ec)) {
+    throw KovToolError{kKovToolBadInput, path + ": can't be written: it is a folder"};
+  }
+  if (!fs::is_directory(folder, ec)) {
+    throw KovToolError{kKovToolBadInput, path + ": can't be written: no folder " + folder.string()};
+  }
+}
+
 std::string kovToolReadInput(const std::string& path) {
-  std::string bytes;
-  if (path == "-") {
-    if (!readAll(STDIN_FILENO, bytes)) failInput("standard input", std::strerror(errno));
-    return bytes;
+  try {
+    return kovJsonReadFile(path);
+  } catch (const KovJsonError& e) {
+    throw KovToolError{kKovToolBadInput, e.what()};
   }
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) failInput(path, std::strerror(errno));
-  struct stat st;
-  if (::fstat(fd, &st) != 0) {
-    int err = errno;
-    ::close(fd);
-    failInput(path, std::strerror(err));
-  }
-  if (!S_ISREG(st.st_mode)) {
-    ::close(fd);
-    failInput(path, S_ISDIR(st.st_mode) ? "it is a folder" : "not a regular file");
-  }
-  bool ok = readAll(fd, bytes);
-  int err = errno;
-  ::close(fd);
-  if (!ok) failInput(path, std::strerror(err));
-  return bytes;
 }
 
 std::vector<uint8_t> kovToolReadBytes(const std::string& path) {
@@ -93,7 +124,8 @@ void kovToolWriteOutput(const std::string& path, const std::string& bytes) {
   }
   // The temporary file sits in the target's folder so that the rename stays on one file system.
   fs::path target(path);
-  std::string tmpl = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+  std::string tmpl =
+      (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
   std::vector<char> name(tmpl.begin(), tmpl.end());
   name.push_back('\0');
   int fd = ::mkstemp(name.data());

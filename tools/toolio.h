@@ -13,12 +13,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace CLI {
 class App;
 }
+class CKovJsonLayout;
 
 constexpr int kKovToolRefused = 1;   // the library refused the image or values, or a write failed
 constexpr int kKovToolBadInput = 2;  // a bad command line, or an input that can't be read
@@ -37,9 +39,26 @@ std::vector<uint8_t> kovToolReadBytes(const std::string& path);
 void kovToolWriteOutput(const std::string& path, const std::string& bytes);
 void kovToolWriteOutput(const std::string& path, const std::vector<uint8_t>& bytes);
 
+// Refuses, before any work is done, an output path that can't be written: one whose folder does
+// not exist or that is a folder. KovToolError of status kKovToolBadInput naming the path.
+void kovToolCheckOutput(const std::string& path);
+
 // Prints text to standard output and throws KovToolError when the write fails (a closed pipe,
 // a full disk behind a redirection).
 void kovToolPrint(const std::string& text);
+
+// The layout file at path ("-": standard input), loaded with CKovJsonLayout::Load. The library's
+// message boxes raised while it loads are printed once it has loaded, in its names, as
+// "note: PATH: text"; later ones in the names of the layout loaded last. Throws KovJsonError.
+std::unique_ptr<CKovJsonLayout> kovToolLoadLayout(const std::string& path, bool exportBlocks);
+// text, a text of the library, in the names of the layout loaded last (kovJsonNamedText).
+std::string kovToolInNames(const std::string& text);
+// Installs the message box handler that prints notes to standard error and counts them.
+void kovToolInstallNotes();
+void kovToolResetNotes();
+int kovToolNoteCount();
+// "1 block", "2 blocks".
+std::string kovToolPlural(size_t n, const char* word);
 
 // One subcommand: made by its module on the application, run when the command line chose it.
 struct KovToolCommand {
