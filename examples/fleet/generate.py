@@ -36,8 +36,9 @@ def radio_values(i, seed):
         channels = []
         for c in range(rng.randint(1, 16)):
             if rng.random() < 0.5:
-                mode = {"Analog": {"Rx step": rng.choice([125, 250]), "Power": rng.randrange(4),
-                                   "Wide": rng.randrange(2)}}
+                mode = {"Analog": {"Rx frequency": rng.choice(["145.500", "146.520", "156.800"]),
+                                   "Power": rng.randrange(4), "Wide": rng.randrange(2),
+                                   "Frequency trim": rng.randrange(-128, 128)}}
                 kind = 1
             else:
                 mode = {"Digital": {"Color code": rng.randrange(16), "Time slot": rng.randrange(2),

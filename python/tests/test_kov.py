@@ -140,8 +140,8 @@ def _with_bits(bits):
     (lambda: kov.Layout.from_json(_with_bits(40)), "<string>",
      "/partitions/0/blocks/0/fields/0/bits", "must be a whole number from 1 to 32, not 40"),
     (lambda: kov.Layout.load(os.path.join(TESTDATA, "unverifiable-layout.json")),
-     os.path.join(TESTDATA, "unverifiable-layout.json"), "",
-     "the layout fails verification: Field 1 must immediately precede field 2 (see block B)"),
+     os.path.join(TESTDATA, "unverifiable-layout.json"), "/partitions/0/blocks/0/fields/0",
+     "the layout fails verification: Field 'Q' must immediately precede field 'L' (see block B)"),
 ])
 def test_layout_errors_name_file_and_pointer(load, file, pointer, text):
     with pytest.raises(kov.LayoutError) as info:
