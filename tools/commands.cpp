@@ -2,4 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
-std::vector<KovToolCommand> kovToolAddCommands(CLI::App&) { return {}; }
+#include "tools/cmd_dump.h"
+
+std::vector<KovToolCommand> kovToolAddCommands(CLI::App& app) {
+  return {kovToolAddDump(app)};
+}

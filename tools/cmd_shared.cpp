@@ -1,0 +1,39 @@
+#include "tools/cmd_shared.h"
+
+#include "kovjson/jsonread.h"
+#include "kovjson/jsonvalues.h"
+#include "tools/toolio.h"
+
+std::unique_ptr<CKovJsonLayout> kovToolLoadLayout(const std::string& path) {
+  return CKovJsonLayout::Load(kovToolReadInput(path), path, false);
+}
+
+bool kovToolIsValuesText(const std::string& bytes) {
+  size_t first = bytes.find_first_not_of(" \t\r\n");
+  return first != std::string::npos && bytes[first] == '{';
+}
+
+std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
+                                                  const std::string& path,
+                                                  std::vector<uint8_t> bytes) {
+  if (bytes.empty()) throw KovToolError{kKovToolRefused, path + ": the image is empty"};
+  auto src = std::make_unique<KovToolSource>();
+  src->path = path;
+  src->bytes = std::move(bytes);
+  src->up = std::make_unique<CKovUp>(layout.GetCpLayout(), src->bytes, "");
+  src->up->FullUnpack();
+  src->walk = kovJsonWalkFields(layout, *src->up);
+  return src;
+}
+
+std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
+                                                 const std::string& path, bool allowValues) {
+  std::string text = kovToolReadInput(path);
+  if (allowValues && kovToolIsValuesText(text)) {
+    auto data = kovJsonPackData(layout, kovJsonParse(text, path), path);
+    auto src = kovToolUnpackBytes(layout, path, kovJsonPackImage(layout, *data, false, ""));
+    src->fromValues = true;
+    return src;
+  }
+  return kovToolUnpackBytes(layout, path, std::vector<uint8_t>(text.begin(), text.end()));
+}
