@@ -3,7 +3,10 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/cmd_dump.h"
+#include "tools/cmd_getset.h"
 
 std::vector<KovToolCommand> kovToolAddCommands(CLI::App& app) {
-  return {kovToolAddDump(app)};
+  std::vector<KovToolCommand> commands{kovToolAddDump(app)};
+  for (KovToolCommand& c : kovToolAddGetSet(app)) commands.push_back(std::move(c));
+  return commands;
 }

@@ -84,4 +84,75 @@ TEST(Dump, SampleMatchesItsGoldenTableAndJsonAgrees) {
                             R"("offset":31,"msb":2,"bitIndex":253,"bits":1,"raw":"0","value":0})");
 }
 
+
+TEST(GetSet, GetPrintsValuesAndSetRepacksWithQuantitiesAndChecksums) {
+  std::string dir = scratch();
+  std::string image = packSample(dir);
+  struct Case {
+    const char* args;
+    int status;
+    const char* out;  // standard output, or the error line
+  } cases[] = {
+      {"get L I 'General.Volume'", 0, "9\n"},
+      {"get L I 'Device info.Model'", 0, "\"HT-2\"\n"},
+      {"get L I 'Zone[2].Members[1].Bank'", 0,
+       "{\n  \"block\": \"Channel bank\",\n  \"instance\": 2\n}\n"},
+      {"get L I 'Channel bank[2].Channels[1].Mode'", 0,
+       "{\n  \"Analog\": {\n    \"Rx step\": 250,\n    \"Power\": 3,\n    \"Wide\": 0\n  }\n}\n"},
+      {"get L V 'Scan list.Hang time'", 0, "30\n"},
+      {"get L I 'General.Volum'", 1, "kovtool: I: no value at 'General.Volum'\n"},
+      {"set L I 'General.Volume=16' -o O", 2,
+       "kovtool: I: /General/Volume: must be a whole number from 0 to 15, not 16\n"},
+      {"set L I 'General.Volum=1' -o O", 2,
+       "kovtool: General.Volum: block 'General' has no field 'Volum'\n"},
+      {"set L I 'General.Scan count=1' -o O", 2,
+       "kovtool: General.Scan count: 'Scan count' holds the quantity of list 'Scan members', "
+       "which the list writes: add or remove entries instead\n"},
+      {"set L I 'Zone[3].Zone scan=1' -o O", 2,
+       "kovtool: Zone[3].Zone scan: block 'Zone' has 2 instances: give one of [1] to [2]\n"},
+      {"set L I 'Zone[1].Members[5].Slot=1' -o O", 2,
+       "kovtool: Zone[1].Members[5].Slot: list 'Members' has 3 entries: entry 5 is neither one "
+       "of them nor the next\n"},
+      {"set L I 'Channel bank[1].Channels[1].Mode.FM.Power=1' -o O", 2,
+       "kovtool: Channel bank[1].Channels[1].Mode.FM.Power: union 'Mode' has no option 'FM'; it "
+       "has 'Analog', 'Digital'\n"},
+      {"set L I 'General.Volume' -o O", 2, "kovtool: 'General.Volume': give PATH=VALUE\n"},
+      {"set L I 'General.Volume=10' 'Messages.Message list[3].Text=Late' "
+       "'Channel bank[1].Channels[2].Kind=1' "
+       "'Channel bank[1].Channels[2].Mode.Analog.Rx step=250' -o O",
+       0,
+       "General.Volume: 9 -> 10\n"
+       "Messages.Message list[3].Text: (none) -> \"Late\"\n"
+       "Channel bank[1].Channels[2].Kind: 2 -> 1\n"
+       "Channel bank[1].Channels[2].Mode.Analog.Rx step: (none) -> 250\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args);
+    std::string args = c.args;
+    auto put = [&](const std::string& from, const std::string& to) {
+      for (size_t at; (at = args.find(from)) != std::string::npos;) args.replace(at, from.size(), to);
+    };
+    put(" L ", " " + q(kLayout) + " ");
+    put(" I ", " " + q(image) + " ");
+    put(" V ", " " + q(kValues) + " ");
+    put(" O", " " + q(dir + "out.kov"));
+    fs::remove(dir + "out.kov");
+    ToolRun run = kovtool(args);
+    EXPECT_EQ(run.status, c.status) << run.err;
+    std::string expected = c.out;
+    for (size_t at; (at = expected.find("kovtool: I:")) != std::string::npos;) {
+      expected.replace(at + 9, 1, image);
+    }
+    EXPECT_EQ(c.status == 0 ? run.out : run.err, expected);
+    // A refused set leaves no output behind.
+    EXPECT_EQ(fs::exists(dir + "out.kov"), std::string(c.args).rfind("set", 0) == 0 && c.status == 0);
+  }
+  // The changed image reads back whole: the list's quantity and the checksums follow.
+  ToolRun text = kovtool("get " + q(kLayout) + " " + q(dir + "out.kov") +
+                         " 'Messages.Message list[3].Text'");
+  EXPECT_EQ(text.out, "\"Late\"\n") << text.err;
+  ToolRun inspect = kovtool("inspect " + q(dir + "out.kov"));
+  EXPECT_EQ(inspect.status, 0) << inspect.out;
+}
+
 }  // namespace
