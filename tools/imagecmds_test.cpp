@@ -155,4 +155,62 @@ TEST(GetSet, GetPrintsValuesAndSetRepacksWithQuantitiesAndChecksums) {
   EXPECT_EQ(inspect.status, 0) << inspect.out;
 }
 
+TEST(Diff, ReportsChangesAddedAndRemovedEntriesAndInstances) {
+  std::string dir = scratch();
+  std::string image = packSample(dir);
+  Json values = Json::parse(readText(kValues));
+  values["Zone"].erase(1);
+  values["Messages"]["Message list"].erase(1);
+  values["Channel bank"][0]["Channels"][0]["Channel name"] = "Call";
+  values["Channel bank"][0]["Channels"][1]["Kind"] = 1;
+  values["Channel bank"][0]["Channels"][1]["Mode"] = {{"Analog", {{"Rx step", 5}}}};
+  values["Rx groups"]["Rx group list"].push_back({{"Group talkgroup", 7}});
+  values["General"]["Rx groups less one"] = 3;
+  std::ofstream(dir + "b.json") << values.dump();
+  std::ofstream(dir + "cut.kov") << "\x01\x01";
+
+  std::string a = q(image), b = q(dir + "b.json");
+  ToolRun run = kovtool("diff " + q(kLayout) + " " + a + " " + b);
+  EXPECT_EQ(run.status, 1) << run.err;
+  EXPECT_EQ(run.out,
+            "General.Rx groups less one: 2 -> 3\n"
+            "Channel bank[1].Channels[1].Channel name: \"Calling\" -> \"Call\"\n"
+            "Channel bank[1].Channels[2].Kind: 2 -> 1\n"
+            "Channel bank[1].Channels[2].Mode: {\"Digital\":{\"Color code\":7,\"Time slot\":1,"
+            "\"Talkgroup\":91}} -> {\"Analog\":{\"Rx step\":5,\"Power\":0,\"Wide\":0}}\n"
+            "Zone[2]: only in " + image + " {\"Zone name\":\"Boat\",\"Zone scan\":0,\"Members\":"
+            "[{\"Bank\":{\"block\":\"Channel bank\",\"instance\":2},\"Slot\":1}]}\n"
+            "Rx groups.Rx group list[4]: added {\"Group talkgroup\":7}\n"
+            "Messages.Message list[2]: removed {\"Text\":\"Call me back\"}\n");
+
+  ToolRun json = kovtool("diff --json " + q(kLayout) + " " + b + " " + a);
+  EXPECT_EQ(json.status, 1) << json.err;
+  Json j = Json::parse(json.out);
+  EXPECT_EQ(j["same"], false);
+  ASSERT_EQ(j["differences"].size(), 7u);
+  EXPECT_EQ(j["differences"][4].dump(),
+            R"({"path":"Zone[2]","change":"added","after":{"Zone name":"Boat","Zone scan":0,)"
+            R"("Members":[{"Bank":{"block":"Channel bank","instance":2},"Slot":1}]}})");
+
+  struct Case {
+    std::string a, b;
+    int status;
+    std::string out, err;
+  } cases[] = {
+      {a, q(kValues), 0, "", ""},
+      {a, a, 0, "", ""},
+      {a, q(dir + "cut.kov"), 2, "",
+       "kovtool: Block header at offset 0 is cut short: 2 bytes left where a header needs 6.\n"},
+      {a, q(dir + "none.kov"), 2, "",
+       "kovtool: " + dir + "none.kov: can't be read: No such file or directory\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.b);
+    ToolRun r = kovtool("diff " + q(kLayout) + " " + c.a + " " + c.b);
+    EXPECT_EQ(r.status, c.status);
+    EXPECT_EQ(r.out, c.out);
+    EXPECT_EQ(r.err, c.err);
+  }
+}
+
 }  // namespace
