@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/cmd_dump.h"
+#include "tools/cmd_salvage.h"
 #include "tools/cmd_shared.h"
 #include "tools/toolio.h"
 
@@ -113,15 +114,22 @@ KovToolCommand kovToolAddDump(CLI::App& app) {
   };
   auto args = std::make_shared<Args>();
   CLI::App* sub = app.add_subcommand(
-      "dump", "Print every value of an image with its place, width and raw bits, in image order");
+      "dump",
+      "Print every value of an image with its place, width and raw bits, in image order "
+      "(exit 1 for a damaged image, of which what can be read is shown)");
   sub->add_option("LAYOUT", args->layout, "The layout file (JSON)")->required();
   sub->add_option("IMAGE", args->image, "The image file ('-': standard input)")->required();
   sub->add_flag("--json", args->json, "Write JSON for programs instead of the table");
   return {sub, [args]() {
             auto layout = kovToolLoadLayout(args->layout);
-            auto src = kovToolReadSource(*layout, args->image, false);
-            kovToolPrint(args->json ? kovToolDumpJson(src->walk, src->bytes.size())
-                                    : kovToolDumpText(src->walk));
-            return 0;
+            auto src = kovToolReadSource(*layout, args->image, false, true);
+            std::string out = args->json ? kovToolDumpJson(src->walk, src->bytes.size())
+                                         : kovToolDumpText(src->walk);
+            // The faults of a salvaged image follow the table.
+            if (!args->json && src->salvage != nullptr) {
+              out += kovToolSalvageReport(*src->salvage, args->image);
+            }
+            kovToolPrint(out);
+            return src->damage.empty() ? 0 : kKovToolRefused;
           }};
 }

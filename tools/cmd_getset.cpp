@@ -50,15 +50,15 @@ std::vector<uint8_t> kovToolSetValues(const CKovJsonLayout& layout, const KovToo
   }
   auto data = kovJsonPackData(layout, values, src.path);
   notes = 0;
-  kovSetMessageBoxHandler(countNote);
+  KovMessageBoxHandler previous = kovSetMessageBoxHandler(countNote);
   std::vector<uint8_t> bytes;
   try {
     bytes = kovJsonPackImage(layout, *data, false, "");
   } catch (...) {
-    kovSetMessageBoxHandler(nullptr);
+    kovSetMessageBoxHandler(previous);
     throw;
   }
-  kovSetMessageBoxHandler(nullptr);
+  kovSetMessageBoxHandler(previous);
   if (notes != 0) {
     throw KovToolError{kKovToolRefused,
                        "the library reported a problem while packing (see the notes above)"};

@@ -1,5 +1,7 @@
 #include "tools/cmd_shared.h"
 
+#include <cstdio>
+
 #include "kovjson/jsonread.h"
 #include "kovjson/jsonvalues.h"
 #include "tools/toolio.h"
@@ -15,19 +17,37 @@ bool kovToolIsValuesText(const std::string& bytes) {
 
 std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
                                                   const std::string& path,
-                                                  std::vector<uint8_t> bytes) {
-  if (bytes.empty()) throw KovToolError{kKovToolRefused, path + ": the image is empty"};
+                                                  std::vector<uint8_t> bytes, bool salvage) {
   auto src = std::make_unique<KovToolSource>();
   src->path = path;
   src->bytes = std::move(bytes);
-  src->up = std::make_unique<CKovUp>(layout.GetCpLayout(), src->bytes, "");
-  src->up->FullUnpack();
-  src->walk = kovJsonWalkFields(layout, *src->up);
+  try {
+    if (src->bytes.empty()) throw KovToolError{kKovToolRefused, path + ": the image is empty"};
+    src->up = std::make_unique<CKovUp>(layout.GetCpLayout(), src->bytes, "");
+    src->up->FullUnpack();
+  } catch (CMevGenException* e) {
+    if (!salvage) throw;
+    src->damage = e->GetMessage();
+    delete e;
+  } catch (const KovToolError& e) {
+    if (!salvage) throw;
+    src->damage = e.text;
+  }
+  if (src->damage.empty()) {
+    src->walk = kovJsonWalkFields(layout, *src->up);
+    return src;
+  }
+  src->up.reset();
+  std::fprintf(stderr, "kovtool: %s: damaged (%s): showing what can be read\n", path.c_str(),
+               src->damage.c_str());
+  src->salvage = kovJsonSalvage(layout, src->bytes);
+  src->walk = std::move(src->salvage->walk);
   return src;
 }
 
 std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
-                                                 const std::string& path, bool allowValues) {
+                                                 const std::string& path, bool allowValues,
+                                                 bool salvage) {
   std::string text = kovToolReadInput(path);
   if (allowValues && kovToolIsValuesText(text)) {
     auto data = kovJsonPackData(layout, kovJsonParse(text, path), path);
@@ -35,5 +55,6 @@ std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
     src->fromValues = true;
     return src;
   }
-  return kovToolUnpackBytes(layout, path, std::vector<uint8_t>(text.begin(), text.end()));
+  return kovToolUnpackBytes(layout, path, std::vector<uint8_t>(text.begin(), text.end()),
+                            salvage);
 }

@@ -16,12 +16,15 @@
 #include "kov/kov.h"
 #include "kovjson/fieldwalk.h"
 #include "kovjson/jsonlayout.h"
+#include "kovjson/salvage.h"
 
 struct KovToolSource {
   std::string path;
   bool fromValues = false;     // a values file, packed into bytes
   std::vector<uint8_t> bytes;  // the image
-  std::unique_ptr<CKovUp> up;  // its unpack
+  std::unique_ptr<CKovUp> up;  // its unpack; null when the image was salvaged
+  std::unique_ptr<KovJsonSalvage> salvage;  // what could be read of a damaged image, or null
+  std::string damage;          // the library's refusal of a damaged image, or ""
   KovJsonFieldWalk walk;
 };
 
@@ -30,13 +33,17 @@ std::unique_ptr<CKovJsonLayout> kovToolLoadLayout(const std::string& path);
 // True when bytes hold a values file rather than an image.
 bool kovToolIsValuesText(const std::string& bytes);
 
-// Reads path (an image, or a values file when allowValues) and unpacks it with layout.
+// Reads path (an image, or a values file when allowValues) and unpacks it with layout. With
+// salvage, an image the library refuses is salvaged (kovjson/salvage.h) instead: damage holds
+// the refusal, which is also printed to standard error, and walk what could be read.
 std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
-                                                 const std::string& path, bool allowValues);
+                                                 const std::string& path, bool allowValues,
+                                                 bool salvage = false);
 
 // Unpacks bytes (named path in messages) with layout and walks its fields.
 std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
                                                   const std::string& path,
-                                                  std::vector<uint8_t> bytes);
+                                                  std::vector<uint8_t> bytes,
+                                                  bool salvage = false);
 
 #endif  // KOV_TOOLS_CMD_SHARED_H

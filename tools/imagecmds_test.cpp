@@ -31,6 +31,17 @@ std::string readText(const std::string& path) {
   return s.str();
 }
 
+void writeBytes(const std::string& path, const Bytes& bytes) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+}
+
+Bytes readBytes(const std::string& path) {
+  std::string s = readText(path);
+  return Bytes(s.begin(), s.end());
+}
+
 std::string q(const std::string& path) { return "'" + path + "'"; }
 
 struct ToolRun {
@@ -211,6 +222,49 @@ TEST(Diff, ReportsChangesAddedAndRemovedEntriesAndInstances) {
     EXPECT_EQ(r.out, c.out);
     EXPECT_EQ(r.err, c.err);
   }
+}
+
+TEST(Salvage, WritesWhatCanBeReadListsFaultsAndExitsOneOnLoss) {
+  std::string dir = scratch();
+  std::string image = packSample(dir);
+  ToolRun whole = kovtool("salvage " + q(kLayout) + " " + q(image) + " -o " + q(dir + "w.json"));
+  EXPECT_EQ(whole.status, 0) << whole.err;
+  EXPECT_EQ(whole.out, image + ": 13 block instances read, 0 found whole but lost, 0 faults\n");
+  EXPECT_EQ(readText(dir + "w.json"), readText(kTestData + "/radio.values.json"));
+
+  // A bit of Channel bank[1]'s data (0x32 + 6 + 8) and the KOV type of Zone[2] (0x9D).
+  Bytes bad = readBytes(image);
+  bad[0x40] ^= 1;
+  bad[0x9D] = 0x44;
+  writeBytes(dir + "bad.kov", bad);
+  std::string b = dir + "bad.kov";
+  ToolRun run = kovtool("salvage " + q(kLayout) + " " + q(b) + " -o -");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err,
+            b + ": 0x000032: bad checksum: Channel bank[1]: checksum 0xCFEC, but the data gives "
+                "0xA8D9\n" +
+            b + ": 0x00009D: unknown KOV name: KOV name 0x44010001 is not one of the layout\n" +
+            b + ": 11 block instances read, 1 found whole but lost, 2 faults\n");
+  Json values = Json::parse(run.out);
+  Json expected = Json::parse(readText(kTestData + "/radio.values.json"));
+  // The lost instance keeps its place, so Channel bank[2] stays the second.
+  expected["Channel bank"][0] = Json::object();
+  expected["Zone"].erase(1);
+  EXPECT_EQ(values.dump(1), expected.dump(1));
+
+  // dump shows what can be read, every header with its checksum, and the faults; exit 1.
+  ToolRun dump = kovtool("dump " + q(kLayout) + " " + q(b));
+  EXPECT_EQ(dump.status, 1);
+  EXPECT_EQ(dump.err, "kovtool: " + b + ": damaged (Block Channel bank [1] has an invalid "
+                      "checksum.): showing what can be read\n");
+  EXPECT_NE(dump.out.find("0x000063         16  CFEC              checksum Channel bank[1]: BAD, "
+                          "the data gives 0xA8D9\n"
+                          "0x000065         48  030100010011      header Channel bank[2]"),
+            std::string::npos)
+      << dump.out;
+  EXPECT_NE(dump.out.find("0x00006B  7       8  01                Channel bank[2].Channel "
+                          "count = 1\n"),
+            std::string::npos);
 }
 
 }  // namespace
