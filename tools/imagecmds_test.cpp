@@ -267,4 +267,35 @@ TEST(Salvage, WritesWhatCanBeReadListsFaultsAndExitsOneOnLoss) {
             std::string::npos);
 }
 
+// The page itself is tested in a browser (tools/browser/view_test.cjs); here, what the tool
+// writes: one file, nothing it would fetch, the data in place of the mark.
+TEST(View, WritesOneSelfContainedFileWithTheWalkEmbedded) {
+  std::string dir = scratch();
+  std::string image = packSample(dir);
+  ToolRun run = kovtool("view " + q(kLayout) + " " + q(image) + " -o " + q(dir + "v.html"));
+  EXPECT_EQ(run.status, 0) << run.err;
+  std::string html = readText(dir + "v.html");
+  for (const char* absent : {"http:", "https:", "<script src", "<link", "/*KOV_DATA*/", "@import"}) {
+    EXPECT_EQ(html.find(absent), std::string::npos) << absent;
+  }
+  size_t at = html.find("<script type=\"application/json\" id=\"kov-data\">");
+  ASSERT_NE(at, std::string::npos);
+  size_t from = html.find('>', at) + 1;
+  Json d = Json::parse(html.substr(from, html.find("</script>", from) - from));
+  EXPECT_EQ(d["file"], "radio.kov");
+  EXPECT_EQ(d["hdrs"].size(), 13u);
+  EXPECT_EQ(d["hdrs"][3].dump(), R"([101,17,769,1,40497,40497,"Channel bank[2]"])");
+  EXPECT_EQ(d["image"].get<std::string>().substr(0, 8), "AQEAAQAS");  // 01 01 00 01 00 12
+  EXPECT_EQ(d["damage"], "");
+
+  // A value whose text holds "</script>" can't end the element early.
+  Json values = Json::parse(readText(kValues));
+  values["Messages"]["Message list"][0]["Text"] = "</script><b>";
+  std::ofstream(dir + "tricky.json") << values.dump();
+  run = kovtool("view " + q(kLayout) + " " + q(dir + "tricky.json") + " -o " + q(dir + "t.html"));
+  EXPECT_EQ(run.status, 0) << run.err;
+  html = readText(dir + "t.html");
+  EXPECT_NE(html.find(R"(\"<\/script><b>\")"), std::string::npos);
+}
+
 }  // namespace
