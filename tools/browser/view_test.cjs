@@ -9,7 +9,7 @@
 "use strict";
 const fs = require("fs");
 const path = require("path");
-const {execFileSync} = require("child_process");
+const {execFileSync, spawnSync} = require("child_process");
 
 const [kovtool, sampleDir, outDir, ...depsDirs] = process.argv.slice(2);
 const chromium = process.env.KOV_CHROMIUM || "/usr/bin/chromium";
@@ -95,9 +95,17 @@ async function main() {
     eq(blocks, ["Device info", "General", "Channel bank"], "block rows in sight");
 
     // A field clicked in the tree: its bytes in the hex panel, its detail.
+    // Scrolls the tree so that the first row of that name is in sight (rows are made as the
+    // tree scrolls), then clicks it.
     const clickRow = async name => {
-      const handle = await page.evaluateHandle(n => [...document.querySelectorAll("#tree .t")]
-          .find(r => r.querySelector(".name") && r.querySelector(".name").textContent === n), name);
+      await page.evaluate(n => {
+        const row = [...document.querySelectorAll("#tree .t .name")].find(e => e.textContent === n);
+        document.getElementById("tree").scrollTop =
+            Math.max(0, parseInt(row.parentElement.style.top) - 100);
+      }, name);
+      await page.evaluate(() => new Promise(r => requestAnimationFrame(() => requestAnimationFrame(r))));
+      const handle = await page.evaluateHandle(n => [...document.querySelectorAll("#tree .t .name")]
+          .find(e => e.textContent === n), name);
       await handle.asElement().click();
       await page.waitForFunction(() => document.querySelector("#hex .b.sel"));
     };
@@ -139,6 +147,24 @@ async function main() {
     if (process.env.KOV_VIEW_SCREENSHOT) {
       fs.copyFileSync(path.join(outDir, "view.png"), process.env.KOV_VIEW_SCREENSHOT);
     }
+
+    // A damaged image: a bit of Channel bank[1]'s data (header at 0x32) flipped. Its checksum
+    // is red, its data marked as not read, the faults listed; kovtool exits 1.
+    const damaged = path.join(outDir, "damaged.kov"), damagedHtml = path.join(outDir, "damaged.html");
+    const b = fs.readFileSync(image);
+    b[0x40] ^= 1;
+    fs.writeFileSync(damaged, b);
+    const run = spawnSync(kovtool, ["view", layout, damaged, "-o", damagedHtml], {encoding: "utf8"});
+    eq(run.status, 1, "exit status of view for a damaged image");
+    await page.goto("file://" + damagedHtml);
+    await page.waitForSelector("body[data-ready]");
+    eq(await page.$$eval("#hex .b.crcbad", els => els.map(e => +e.dataset.i)), [0x63, 0x64],
+       "the bad checksum's bytes");
+    eq(await page.$eval('#hex .b[data-i="64"]', e => e.classList.contains("lost")), true,
+       "data of the instance not read");
+    detail = await page.$eval("#detail", e => e.textContent);
+    check(detail.includes("0x000032  bad checksum: Channel bank[1]: checksum 0xCFEC, but the data gives 0xA8D9"),
+          "the faults in the detail", detail);
 
     // An image of 1 MiB: only the rows in sight are made, at the top and at the end.
     const [largeLayout, largeValuesFile] = largeValues(outDir);
