@@ -16,7 +16,8 @@ class Walker {
   Walker(const CKovJsonLayout& layout, const CKovUp& up, KovJsonFieldWalk& walk)
       : layout(layout), up(up), walk(walk) {
     const CKovImage* image = up.GetImage();
-    if (image != nullptr) bytes.assign(image->GetBytesArray(), image->GetBytesArray() + image->GetSize());
+    if (image != nullptr)
+      bytes.assign(image->GetBytesArray(), image->GetBytesArray() + image->GetSize());
   }
 
   void Run() {
@@ -260,9 +261,8 @@ std::vector<int> kovJsonValuesInImageOrder(const KovJsonFieldWalk& walk) {
   for (size_t i = 0; i < walk.nodes.size(); ++i) {
     if (walk.nodes[i].kind == KovJsonNodeKind::Value) order.push_back(static_cast<int>(i));
   }
-  std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
-    return walk.nodes[a].bitIndex < walk.nodes[b].bitIndex;
-  });
+  std::stable_sort(order.begin(), order.end(),
+                   [&](int a, int b) { return walk.nodes[a].bitIndex < walk.nodes[b].bitIndex; });
   return order;
 }
 

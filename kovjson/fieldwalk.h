@@ -45,16 +45,16 @@ struct KovJsonNode {
   int parent = -1;   // index of the parent node; -1 for an Instance
   int depth = 0;     // 0 for an Instance
   const KovJsonBlock* blk = nullptr;
-  uint16_t instance = 0;                // of blk, from 1
-  const KovJsonField* field = nullptr;  // Value, List, Union: its field; Entry: the list's
+  uint16_t instance = 0;                  // of blk, from 1
+  const KovJsonField* field = nullptr;    // Value, List, Union: its field; Entry: the list's
   const KovJsonOption* option = nullptr;  // Option
   bool placed = false;
   uint64_t bitIndex = 0;
   uint32_t bits = 0;
   int hdr = -1;
-  std::string raw;                // Value: the raw bits in hex
-  nlohmann::ordered_json value;   // Value: as a values file writes it
-  std::string text;               // a short form of the value for people
+  std::string raw;               // Value: the raw bits in hex
+  nlohmann::ordered_json value;  // Value: as a values file writes it
+  std::string text;              // a short form of the value for people
 };
 
 // Every header of the image, named from the layout.
@@ -67,10 +67,10 @@ struct KovJsonHdr {
 };
 
 struct KovJsonFieldWalk {
-  std::vector<KovJsonHdr> hdrs;     // in image order
-  std::string hdrDamage;            // what ended the header walk early, "" when nothing did
+  std::vector<KovJsonHdr> hdrs;  // in image order
+  std::string hdrDamage;         // what ended the header walk early, "" when nothing did
   uint32_t hdrDamageOffset = 0;
-  std::vector<KovJsonNode> nodes;   // the tree, depth first in layout order
+  std::vector<KovJsonNode> nodes;  // the tree, depth first in layout order
   uint64_t imageBits = 0;
 };
 

@@ -28,7 +28,9 @@ void holdMessage(const std::string& text) {
 class Salvager {
  public:
   Salvager(const CKovJsonLayout& layout, const std::vector<uint8_t>& bytes, KovJsonSalvage& out)
-      : layout(layout), bytes(bytes), out(out),
+      : layout(layout),
+        bytes(bytes),
+        out(out),
         len(static_cast<uint32_t>(std::min<size_t>(bytes.size(), 0xFFFFFFFFu))) {
     for (const KovJsonBlock& b : layout.GetBlocks()) byType.emplace(b.kovType, &b);
   }
@@ -125,8 +127,8 @@ class Salvager {
         uint32_t left = len - pos - kHdrSz;
         if (SizeFits(blk, in.size)) {
           Fault(pos, KovJsonFaultKind::Truncated,
-                kovFormat("%s: the image ends %u bytes into its size of %u",
-                          Label(blk, in).c_str(), left, in.size));
+                kovFormat("%s: the image ends %u bytes into its size of %u", Label(blk, in).c_str(),
+                          left, in.size));
         } else {
           Fault(pos, KovJsonFaultKind::SizePastEnd,
                 kovFormat("%s: size %u runs past the end of the image (%u bytes left)",
@@ -136,7 +138,7 @@ class Salvager {
         continue;
       }
       Check(in);
-        if (in.storedCrc != in.dataCrc) {
+      if (in.storedCrc != in.dataCrc) {
         Fault(pos, KovJsonFaultKind::BadChecksum,
               kovFormat("%s: checksum 0x%04X, but the data gives 0x%04X", Label(blk, in).c_str(),
                         in.storedCrc, in.dataCrc));
@@ -159,7 +161,8 @@ class Salvager {
   void Duplicates() {
     std::map<uint16_t, uint32_t> rankOf;  // block id -> whole instances seen
     std::map<uint32_t, uint32_t> rank;    // header offset -> its rank
-    for (const KovJsonInstance& in : whole) rank[in.offset] = rankOf[Known(in.kovType, in.kovID)->id]++;
+    for (const KovJsonInstance& in : whole)
+      rank[in.offset] = rankOf[Known(in.kovType, in.kovID)->id]++;
     std::map<uint32_t, std::vector<size_t>> byName;
     for (size_t i = 0; i < sound.size(); ++i) {
       byName[uint32_t{sound[i].kovType} << 16 | sound[i].kovID].push_back(i);
@@ -178,8 +181,8 @@ class Salvager {
         if (i == keep) continue;
         drop[i] = true;
         Fault(sound[i].offset, KovJsonFaultKind::Duplicate,
-              kovFormat("%s: KOV name 0x%08X is also at offset 0x%06X", Label(blk, sound[i]).c_str(),
-                        kv.first, sound[keep].offset));
+              kovFormat("%s: KOV name 0x%08X is also at offset 0x%06X",
+                        Label(blk, sound[i]).c_str(), kv.first, sound[keep].offset));
         out.lost.push_back(sound[i]);
       }
     }
@@ -193,9 +196,8 @@ class Salvager {
       const KovJsonBlock* blk = Known(in.kovType, in.kovID);
       if ((blk->multi || blk->kind == KovJsonBlkKind::DistKls) && rank[in.offset] != in.kovID) {
         Fault(in.offset, KovJsonFaultKind::OutOfSequence,
-              kovFormat("%s: KOV id %u where the %s in image order has %u",
-                        Label(blk, in).c_str(), in.kovID,
-                        blk->multi ? "instance" : "listlet", rank[in.offset]));
+              kovFormat("%s: KOV id %u where the %s in image order has %u", Label(blk, in).c_str(),
+                        in.kovID, blk->multi ? "instance" : "listlet", rank[in.offset]));
       }
     }
     size_t k = 0;
@@ -216,7 +218,8 @@ class Salvager {
   std::vector<uint8_t> ImageOf(const std::vector<KovJsonInstance>& ins) const {
     std::vector<uint8_t> img;
     for (const KovJsonInstance& in : ins) {
-      img.insert(img.end(), bytes.begin() + in.offset, bytes.begin() + in.offset + kHdrSz + in.size);
+      img.insert(img.end(), bytes.begin() + in.offset,
+                 bytes.begin() + in.offset + kHdrSz + in.size);
     }
     return img;
   }
@@ -271,9 +274,9 @@ class Salvager {
       auto attempt = [&](uint16_t g, std::string& text) {
         std::vector<KovJsonInstance> trial = kept;
         trial.insert(trial.end(), groups[g].begin(), groups[g].end());
-        std::sort(trial.begin(), trial.end(), [](const KovJsonInstance& a, const KovJsonInstance& b) {
-          return a.offset < b.offset;
-        });
+        std::sort(
+            trial.begin(), trial.end(),
+            [](const KovJsonInstance& a, const KovJsonInstance& b) { return a.offset < b.offset; });
         if (TryUnpack(trial, text) == nullptr) return false;
         kept = std::move(trial);
         return true;
@@ -299,8 +302,9 @@ class Salvager {
     }
     if (up == nullptr) use.clear();
     out.read = use;
-    std::sort(out.lost.begin(), out.lost.end(),
-              [](const KovJsonInstance& a, const KovJsonInstance& b) { return a.offset < b.offset; });
+    std::sort(
+        out.lost.begin(), out.lost.end(),
+        [](const KovJsonInstance& a, const KovJsonInstance& b) { return a.offset < b.offset; });
     if (up != nullptr) {
       out.walk = kovJsonWalkFields(layout, *up);
       MapBack(out.walk, use);

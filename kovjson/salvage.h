@@ -67,7 +67,7 @@ struct KovJsonFault {
 };
 
 struct KovJsonSalvage {
-  std::vector<KovJsonFault> faults;  // in image order
+  std::vector<KovJsonFault> faults;   // in image order
   std::vector<KovJsonInstance> read;  // the instances whose values came back
   std::vector<KovJsonInstance> lost;  // instances found whole whose values did not
   std::unique_ptr<CKovUp> up;  // the unpack of the sound instances; null when none could be read

@@ -75,9 +75,12 @@ TEST(Salvage, NamesEachFaultWithItsOffsetAndKind) {
       {"KOV type of Zone[2]", [](Bytes& b) { b[0x9D] = 0x44; },
        "0x00009D unknown KOV name: KOV name 0x44010001 is not one of the layout\n", 12},
       {"KOV id of Channel bank[1] made 1", [](Bytes& b) { b[0x35] = 1; },
-       "0x000032 duplicate: Channel bank[2]: KOV name 0x03010001 is also at offset 0x000065\n",
-       12},
-      {"size below 2", [](Bytes& b) { b[0xC7] = 0; b[0xC8] = 1; },
+       "0x000032 duplicate: Channel bank[2]: KOV name 0x03010001 is also at offset 0x000065\n", 12},
+      {"size below 2",
+       [](Bytes& b) {
+         b[0xC7] = 0;
+         b[0xC8] = 1;
+       },
        "0x0000C3 size below 2: Rx groups: size 1 cannot hold the 2 bytes of its checksum\n", 12},
       {"size past the end", [](Bytes& b) { b[0x1C] = 0xFF; },
        "0x000018 size past the end: General: size 65300 runs past the end of the image (392 "
@@ -206,9 +209,9 @@ TEST(SalvageSweep, EveryTruncationAndBitFlipOfTheSample) {
     }
     // A cut between two instances leaves an image that is whole as far as its bytes tell.
     bool detectable = from == 0 || std::count(hit.begin(), hit.end(), true) != 0;
-    if (std::none_of(ins.begin(), ins.end(), [&](const KovJsonInstance& in) {
-          return in.offset == from;
-        }) || to != UINT32_MAX) {
+    if (std::none_of(ins.begin(), ins.end(),
+                     [&](const KovJsonInstance& in) { return in.offset == from; }) ||
+        to != UINT32_MAX) {
       EXPECT_EQ(s->LostSomething(), detectable);
     }
   };
@@ -224,9 +227,10 @@ TEST(SalvageSweep, EveryTruncationAndBitFlipOfTheSample) {
     check(flipped, bit / 8, bit / 8 + 1, kovFormat("bit %u flipped (byte 0x%X)", bit, bit / 8));
     if (HasFatalFailure()) return;
   }
-  std::printf("salvage sweep: %zu cases, %zu instances recovered untouched, %zu lost, %zu values "
-              "checked\n",
-              cases, recovered, lost, checkedValues);
+  std::printf(
+      "salvage sweep: %zu cases, %zu instances recovered untouched, %zu lost, %zu values "
+      "checked\n",
+      cases, recovered, lost, checkedValues);
   EXPECT_EQ(cases, 422u + 422u * 8);
 }
 

@@ -128,7 +128,8 @@ void kovJsonSetPath(const CKovJsonLayout& layout, Json& values, const std::strin
     const KovJsonOption* option = f->FindOption(opt.name);
     if (option == nullptr || opt.index != 0) {
       std::string names;
-      for (const KovJsonOption& o : f->options) names += (names.empty() ? "'" : ", '") + o.name + "'";
+      for (const KovJsonOption& o : f->options)
+        names += (names.empty() ? "'" : ", '") + o.name + "'";
       fail(path, "union '" + f->name + "' has no option '" + opt.name + "'; it has " + names);
     }
     if (!member.is_object() || !member.contains(option->name)) {

@@ -72,20 +72,20 @@ int run(const Args& args) {
                 "\n";
         break;
       case KovJsonChange::Added:
-        text += d.path + (instance ? ": only in " + args.b + " " : ": added ") + d.after.dump() +
-                "\n";
+        text +=
+            d.path + (instance ? ": only in " + args.b + " " : ": added ") + d.after.dump() + "\n";
         break;
       case KovJsonChange::Removed:
-        text += d.path + (instance ? ": only in " + args.a + " " : ": removed ") +
-                d.before.dump() + "\n";
+        text += d.path + (instance ? ": only in " + args.a + " " : ": removed ") + d.before.dump() +
+                "\n";
         break;
     }
   }
   if (bytesDiffer != 0) {
-    text += kovFormat("no value differs, but %zu byte%s outside the values do%s, the first at "
-                      "offset 0x%06zX\n",
-                      bytesDiffer, bytesDiffer == 1 ? "" : "s", bytesDiffer == 1 ? "es" : "",
-                      firstAt);
+    text += kovFormat(
+        "no value differs, but %zu byte%s outside the values do%s, the first at "
+        "offset 0x%06zX\n",
+        bytesDiffer, bytesDiffer == 1 ? "" : "s", bytesDiffer == 1 ? "es" : "", firstAt);
   }
   kovToolPrint(text);
   return same ? 0 : 1;
@@ -95,10 +95,10 @@ int run(const Args& args) {
 
 KovToolCommand kovToolAddDiff(CLI::App& app) {
   auto args = std::make_shared<Args>();
-  CLI::App* sub = app.add_subcommand(
-      "diff",
-      "Show the field-level differences between two images or values files "
-      "(exit 0 same, 1 different, 2 trouble)");
+  CLI::App* sub =
+      app.add_subcommand("diff",
+                         "Show the field-level differences between two images or values files "
+                         "(exit 0 same, 1 different, 2 trouble)");
   sub->add_option("LAYOUT", args->layout, "The layout file (JSON)")->required();
   sub->add_option("A", args->a, "An image or values file")->required();
   sub->add_option("B", args->b, "Another image or values file")->required();

@@ -1,9 +1,10 @@
 // kovtool dump: every value of an image in image order with its path, place, width, raw bits
 // and value, between the header and the checksum of its block instance.
+#include "tools/cmd_dump.h"
+
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/cmd_dump.h"
 #include "tools/cmd_salvage.h"
 #include "tools/cmd_shared.h"
 #include "tools/toolio.h"
@@ -46,10 +47,10 @@ std::string kovToolDumpText(const KovJsonFieldWalk& walk) {
     uint32_t crcAt = h.at.offset + 6 + h.at.size - 2;
     valuesBefore(uint64_t{crcAt} * 8);
     bool good = h.at.storedCrc == h.at.dataCrc;
-    out += line(crcAt, "", 16, kovFormat("%04X", h.at.storedCrc),
-                good ? "checksum " + h.label + ": good"
-                     : kovFormat("checksum %s: BAD, the data gives 0x%04X", h.label.c_str(),
-                                 h.at.dataCrc));
+    out += line(
+        crcAt, "", 16, kovFormat("%04X", h.at.storedCrc),
+        good ? "checksum " + h.label + ": good"
+             : kovFormat("checksum %s: BAD, the data gives 0x%04X", h.label.c_str(), h.at.dataCrc));
   }
   valuesBefore(UINT64_MAX);
   if (!walk.hdrDamage.empty()) {

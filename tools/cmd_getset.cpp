@@ -4,12 +4,13 @@
 // block instance as the values under it. set unpacks the image into values, changes each
 // PATH=VALUE (VALUE is JSON when it parses as JSON, else a string), packs the values again, so
 // sizes, quantities, links and checksums follow, and prints each change as the image now reads.
+#include "tools/cmd_getset.h"
+
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "kovjson/jsonvalues.h"
 #include "kovjson/valuepath.h"
-#include "tools/cmd_getset.h"
 #include "tools/cmd_shared.h"
 #include "tools/toolio.h"
 
@@ -78,7 +79,8 @@ std::vector<KovToolCommand> kovToolAddGetSet(CLI::App& app) {
   get->add_option("PATH", args->path, "The path, as 'Channel bank[2].Channels[1].Kind'")
       ->required();
   CLI::App* set = app.add_subcommand(
-      "set", "Change values of an image by path and pack it again (exit 2 for a bad path or value)");
+      "set",
+      "Change values of an image by path and pack it again (exit 2 for a bad path or value)");
   set->add_option("LAYOUT", args->layout, "The layout file (JSON)")->required();
   set->add_option("IMAGE", args->image, "The image file")->required();
   set->add_option("ASSIGNMENTS", args->assignments, "PATH=VALUE, VALUE in JSON or a plain string")
@@ -86,34 +88,33 @@ std::vector<KovToolCommand> kovToolAddGetSet(CLI::App& app) {
   set->add_option("-o,--output", args->out, "The image file to write ('-': standard output)")
       ->required();
 
-  KovToolCommand runGet{get, [args]() {
-                          auto layout = kovToolLoadLayout(args->layout);
-                          auto src = kovToolReadSource(*layout, args->image, true);
-                          int i = kovJsonFindPath(src->walk, args->path);
-                          if (i < 0) {
-                            throw KovToolError{kKovToolRefused,
-                                               args->image + ": no value at '" + args->path + "'"};
-                          }
-                          Json v = kovJsonNodeValues(src->walk, i);
-                          kovToolPrint((v.is_structured() ? v.dump(2) : v.dump()) + "\n");
-                          return 0;
-                        }};
-  KovToolCommand runSet{set, [args]() {
-                          auto layout = kovToolLoadLayout(args->layout);
-                          auto src = kovToolReadSource(*layout, args->image, false);
-                          std::vector<uint8_t> bytes =
-                              kovToolSetValues(*layout, *src, args->assignments);
-                          auto after = kovToolUnpackBytes(*layout, args->out, bytes);
-                          kovToolWriteOutput(args->out, bytes);
-                          if (args->out == "-") return 0;
-                          std::string report;
-                          for (const std::string& a : args->assignments) {
-                            std::string path = a.substr(0, a.find('='));
-                            report += path + ": " + shown(src->walk, path) + " -> " +
-                                      shown(after->walk, path) + "\n";
-                          }
-                          kovToolPrint(report);
-                          return 0;
-                        }};
+  KovToolCommand runGet{
+      get, [args]() {
+        auto layout = kovToolLoadLayout(args->layout);
+        auto src = kovToolReadSource(*layout, args->image, true);
+        int i = kovJsonFindPath(src->walk, args->path);
+        if (i < 0) {
+          throw KovToolError{kKovToolRefused, args->image + ": no value at '" + args->path + "'"};
+        }
+        Json v = kovJsonNodeValues(src->walk, i);
+        kovToolPrint((v.is_structured() ? v.dump(2) : v.dump()) + "\n");
+        return 0;
+      }};
+  KovToolCommand runSet{
+      set, [args]() {
+        auto layout = kovToolLoadLayout(args->layout);
+        auto src = kovToolReadSource(*layout, args->image, false);
+        std::vector<uint8_t> bytes = kovToolSetValues(*layout, *src, args->assignments);
+        auto after = kovToolUnpackBytes(*layout, args->out, bytes);
+        kovToolWriteOutput(args->out, bytes);
+        if (args->out == "-") return 0;
+        std::string report;
+        for (const std::string& a : args->assignments) {
+          std::string path = a.substr(0, a.find('='));
+          report += path + ": " + shown(src->walk, path) + " -> " + shown(after->walk, path) + "\n";
+        }
+        kovToolPrint(report);
+        return 0;
+      }};
   return {runGet, runSet};
 }

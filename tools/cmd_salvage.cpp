@@ -1,9 +1,10 @@
 // kovtool salvage: the values that can still be read from a damaged image, and its faults.
 // Exit 0 when nothing was lost, 1 when something was, 2 when an input can't be read.
+#include "tools/cmd_salvage.h"
+
 #include <CLI/CLI.hpp>
 
 #include "kovjson/salvage.h"
-#include "tools/cmd_salvage.h"
 #include "tools/cmd_shared.h"
 #include "tools/toolio.h"
 

@@ -55,6 +55,5 @@ std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
     src->fromValues = true;
     return src;
   }
-  return kovToolUnpackBytes(layout, path, std::vector<uint8_t>(text.begin(), text.end()),
-                            salvage);
+  return kovToolUnpackBytes(layout, path, std::vector<uint8_t>(text.begin(), text.end()), salvage);
 }

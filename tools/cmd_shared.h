@@ -20,11 +20,11 @@
 
 struct KovToolSource {
   std::string path;
-  bool fromValues = false;     // a values file, packed into bytes
-  std::vector<uint8_t> bytes;  // the image
-  std::unique_ptr<CKovUp> up;  // its unpack; null when the image was salvaged
+  bool fromValues = false;                  // a values file, packed into bytes
+  std::vector<uint8_t> bytes;               // the image
+  std::unique_ptr<CKovUp> up;               // its unpack; null when the image was salvaged
   std::unique_ptr<KovJsonSalvage> salvage;  // what could be read of a damaged image, or null
-  std::string damage;          // the library's refusal of a damaged image, or ""
+  std::string damage;                       // the library's refusal of a damaged image, or ""
   KovJsonFieldWalk walk;
 };
 
@@ -43,7 +43,6 @@ std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
 // Unpacks bytes (named path in messages) with layout and walks its fields.
 std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
                                                   const std::string& path,
-                                                  std::vector<uint8_t> bytes,
-                                                  bool salvage = false);
+                                                  std::vector<uint8_t> bytes, bool salvage = false);
 
 #endif  // KOV_TOOLS_CMD_SHARED_H

@@ -1,9 +1,10 @@
 // kovtool view: one self-contained HTML file that shows an image annotated by its field walk.
+#include "tools/cmd_view.h"
+
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "tools/cmd_shared.h"
-#include "tools/cmd_view.h"
 #include "tools/toolio.h"
 
 extern const char kKovViewHtml[];
@@ -13,8 +14,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 std::string base64(const std::vector<uint8_t>& bytes) {
-  static const char kDigits[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string out;
   out.reserve((bytes.size() + 2) / 3 * 4);
   size_t i = 0;
@@ -26,7 +26,8 @@ std::string base64(const std::vector<uint8_t>& bytes) {
     out += kDigits[v & 63];
   }
   if (i < bytes.size()) {
-    uint32_t v = uint32_t{bytes[i]} << 16 | (i + 1 < bytes.size() ? uint32_t{bytes[i + 1]} << 8 : 0);
+    uint32_t v =
+        uint32_t{bytes[i]} << 16 | (i + 1 < bytes.size() ? uint32_t{bytes[i + 1]} << 8 : 0);
     out += kDigits[v >> 18];
     out += kDigits[v >> 12 & 63];
     out += i + 1 < bytes.size() ? kDigits[v >> 6 & 63] : '=';
@@ -49,8 +50,8 @@ std::string kovToolViewData(const CKovJsonLayout& layout, const KovToolSource& s
   d["blocks"] = std::move(blocks);
   Json hdrs = Json::array();
   for (const KovJsonHdr& h : walk.hdrs) {
-    hdrs.push_back(Json::array({h.at.offset, h.at.size, h.at.kovType, h.at.kovID, h.at.storedCrc,
-                                h.at.dataCrc, h.label}));
+    hdrs.push_back(Json::array(
+        {h.at.offset, h.at.size, h.at.kovType, h.at.kovID, h.at.storedCrc, h.at.dataCrc, h.label}));
   }
   d["hdrs"] = std::move(hdrs);
   Json nodes = Json::array();

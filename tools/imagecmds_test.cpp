@@ -75,6 +75,18 @@ std::string packSample(const std::string& dir) {
   return dir + "radio.kov";
 }
 
+TEST(ImageCommands, EachHasHelpAndNeedsItsArguments) {
+  for (const char* command : {"dump", "view", "get", "set", "diff", "salvage"}) {
+    SCOPED_TRACE(command);
+    ToolRun help = kovtool(std::string(command) + " --help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("Usage:"), std::string::npos) << help.out;
+    ToolRun bare = kovtool(command);
+    EXPECT_EQ(bare.status, 2);
+    EXPECT_NE(bare.err.find("LAYOUT is required"), std::string::npos) << bare.err;
+  }
+}
+
 TEST(Dump, SampleMatchesItsGoldenTableAndJsonAgrees) {
   std::string image = packSample(scratch());
   ToolRun text = kovtool("dump " + q(kLayout) + " " + q(image));
@@ -94,7 +106,6 @@ TEST(Dump, SampleMatchesItsGoldenTableAndJsonAgrees) {
   EXPECT_EQ(keyLock.dump(), R"({"path":"General.Key lock","block":"General","instance":1,)"
                             R"("offset":31,"msb":2,"bitIndex":253,"bits":1,"raw":"0","value":0})");
 }
-
 
 TEST(GetSet, GetPrintsValuesAndSetRepacksWithQuantitiesAndChecksums) {
   std::string dir = scratch();
@@ -141,7 +152,8 @@ TEST(GetSet, GetPrintsValuesAndSetRepacksWithQuantitiesAndChecksums) {
     SCOPED_TRACE(c.args);
     std::string args = c.args;
     auto put = [&](const std::string& from, const std::string& to) {
-      for (size_t at; (at = args.find(from)) != std::string::npos;) args.replace(at, from.size(), to);
+      for (size_t at; (at = args.find(from)) != std::string::npos;)
+        args.replace(at, from.size(), to);
     };
     put(" L ", " " + q(kLayout) + " ");
     put(" I ", " " + q(image) + " ");
@@ -156,11 +168,12 @@ TEST(GetSet, GetPrintsValuesAndSetRepacksWithQuantitiesAndChecksums) {
     }
     EXPECT_EQ(c.status == 0 ? run.out : run.err, expected);
     // A refused set leaves no output behind.
-    EXPECT_EQ(fs::exists(dir + "out.kov"), std::string(c.args).rfind("set", 0) == 0 && c.status == 0);
+    EXPECT_EQ(fs::exists(dir + "out.kov"),
+              std::string(c.args).rfind("set", 0) == 0 && c.status == 0);
   }
   // The changed image reads back whole: the list's quantity and the checksums follow.
-  ToolRun text = kovtool("get " + q(kLayout) + " " + q(dir + "out.kov") +
-                         " 'Messages.Message list[3].Text'");
+  ToolRun text =
+      kovtool("get " + q(kLayout) + " " + q(dir + "out.kov") + " 'Messages.Message list[3].Text'");
   EXPECT_EQ(text.out, "\"Late\"\n") << text.err;
   ToolRun inspect = kovtool("inspect " + q(dir + "out.kov"));
   EXPECT_EQ(inspect.status, 0) << inspect.out;
@@ -189,10 +202,12 @@ TEST(Diff, ReportsChangesAddedAndRemovedEntriesAndInstances) {
             "Channel bank[1].Channels[2].Kind: 2 -> 1\n"
             "Channel bank[1].Channels[2].Mode: {\"Digital\":{\"Color code\":7,\"Time slot\":1,"
             "\"Talkgroup\":91}} -> {\"Analog\":{\"Rx step\":5,\"Power\":0,\"Wide\":0}}\n"
-            "Zone[2]: only in " + image + " {\"Zone name\":\"Boat\",\"Zone scan\":0,\"Members\":"
-            "[{\"Bank\":{\"block\":\"Channel bank\",\"instance\":2},\"Slot\":1}]}\n"
-            "Rx groups.Rx group list[4]: added {\"Group talkgroup\":7}\n"
-            "Messages.Message list[2]: removed {\"Text\":\"Call me back\"}\n");
+            "Zone[2]: only in " +
+                image +
+                " {\"Zone name\":\"Boat\",\"Zone scan\":0,\"Members\":"
+                "[{\"Bank\":{\"block\":\"Channel bank\",\"instance\":2},\"Slot\":1}]}\n"
+                "Rx groups.Rx group list[4]: added {\"Group talkgroup\":7}\n"
+                "Messages.Message list[2]: removed {\"Text\":\"Call me back\"}\n");
 
   ToolRun json = kovtool("diff --json " + q(kLayout) + " " + b + " " + a);
   EXPECT_EQ(json.status, 1) << json.err;
@@ -241,10 +256,11 @@ TEST(Salvage, WritesWhatCanBeReadListsFaultsAndExitsOneOnLoss) {
   ToolRun run = kovtool("salvage " + q(kLayout) + " " + q(b) + " -o -");
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err,
-            b + ": 0x000032: bad checksum: Channel bank[1]: checksum 0xCFEC, but the data gives "
+            b +
+                ": 0x000032: bad checksum: Channel bank[1]: checksum 0xCFEC, but the data gives "
                 "0xA8D9\n" +
-            b + ": 0x00009D: unknown KOV name: KOV name 0x44010001 is not one of the layout\n" +
-            b + ": 11 block instances read, 1 found whole but lost, 2 faults\n");
+                b + ": 0x00009D: unknown KOV name: KOV name 0x44010001 is not one of the layout\n" +
+                b + ": 11 block instances read, 1 found whole but lost, 2 faults\n");
   Json values = Json::parse(run.out);
   Json expected = Json::parse(readText(kTestData + "/radio.values.json"));
   // The lost instance keeps its place, so Channel bank[2] stays the second.
@@ -255,8 +271,9 @@ TEST(Salvage, WritesWhatCanBeReadListsFaultsAndExitsOneOnLoss) {
   // dump shows what can be read, every header with its checksum, and the faults; exit 1.
   ToolRun dump = kovtool("dump " + q(kLayout) + " " + q(b));
   EXPECT_EQ(dump.status, 1);
-  EXPECT_EQ(dump.err, "kovtool: " + b + ": damaged (Block Channel bank [1] has an invalid "
-                      "checksum.): showing what can be read\n");
+  EXPECT_EQ(dump.err, "kovtool: " + b +
+                          ": damaged (Block Channel bank [1] has an invalid "
+                          "checksum.): showing what can be read\n");
   EXPECT_NE(dump.out.find("0x000063         16  CFEC              checksum Channel bank[1]: BAD, "
                           "the data gives 0xA8D9\n"
                           "0x000065         48  030100010011      header Channel bank[2]"),
@@ -275,7 +292,8 @@ TEST(View, WritesOneSelfContainedFileWithTheWalkEmbedded) {
   ToolRun run = kovtool("view " + q(kLayout) + " " + q(image) + " -o " + q(dir + "v.html"));
   EXPECT_EQ(run.status, 0) << run.err;
   std::string html = readText(dir + "v.html");
-  for (const char* absent : {"http:", "https:", "<script src", "<link", "/*KOV_DATA*/", "@import"}) {
+  for (const char* absent :
+       {"http:", "https:", "<script src", "<link", "/*KOV_DATA*/", "@import"}) {
     EXPECT_EQ(html.find(absent), std::string::npos) << absent;
   }
   size_t at = html.find("<script type=\"application/json\" id=\"kov-data\">");
