@@ -462,7 +462,11 @@ Json kovJsonSalvagedValues(const KovJsonSalvage& salvage) {
     }
     Json& arr = root[n.blk->name];
     if (!arr.is_array()) arr = Json::array();
-    while (arr.size() + 1 < n.instance) arr.push_back(Json::object());
+    // Each gap stands for an instance lost to a fault, so no more gaps than faults: a damaged
+    // KOV id far out of sequence would otherwise fill the file with empty instances.
+    if (n.instance - 1 - arr.size() <= salvage.faults.size()) {
+      while (arr.size() + 1 < n.instance) arr.push_back(Json::object());
+    }
     if (arr.size() >= n.instance) {
       arr[n.instance - 1] = std::move(v);
     } else {

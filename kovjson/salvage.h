@@ -79,7 +79,8 @@ std::unique_ptr<KovJsonSalvage> kovJsonSalvage(const CKovJsonLayout& layout,
                                                const std::vector<uint8_t>& bytes);
 
 // The values that came back, as a values file: a lost instance of a multi-instance block is an
-// empty object in its place.
+// empty object in its place (no more such gaps in a row than there are faults; an instance
+// numbered further out comes next in its array).
 nlohmann::ordered_json kovJsonSalvagedValues(const KovJsonSalvage& salvage);
 
 #endif  // KOVJSON_SALVAGE_H

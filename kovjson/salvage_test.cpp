@@ -113,6 +113,34 @@ TEST(Salvage, NamesEachFaultWithItsOffsetAndKind) {
   }
 }
 
+TEST(Salvage, ValuesKeepTheirInstanceNumbersAcrossALostInstance) {
+  const Radio& r = radio();
+  struct Case {
+    const char* name;
+    uint32_t at;  // the byte to change
+    uint8_t to;
+    const char* banks;  // channel names of the Channel bank instances salvaged, per instance
+  } cases[] = {
+      // The checksum of Channel bank[1] broken: instance 2 stays second, behind a gap.
+      {"Channel bank[1] lost", 0x63, 0x00, "- Marine"},
+      // The KOV id of Channel bank[2] made 0x8001: out of sequence, it follows, not 32769th.
+      {"KOV id far out", 0x67, 0x80, "Calling Marine"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes b = r.image;
+    b[c.at] = c.to;
+    Json banks = kovJsonSalvagedValues(*kovJsonSalvage(*r.layout, b))["Channel bank"];
+    std::string shown;
+    for (const Json& bank : banks) {
+      shown += (shown.empty() ? "" : " ") +
+               (bank.contains("Channels") ? bank["Channels"][0]["Channel name"].get<std::string>()
+                                          : std::string("-"));
+    }
+    EXPECT_EQ(shown, c.banks);
+  }
+}
+
 // Which instances of the sample each one needs to be read: a list whose quantity or a union
 // whose discriminant lies in another block needs that block; a distributed list and its header
 // block need each other.
