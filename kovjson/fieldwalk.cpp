@@ -256,6 +256,38 @@ KovJsonFieldWalk kovJsonWalkFields(const CKovJsonLayout& layout, const CKovUp& u
   return walk;
 }
 
+void kovJsonMapWalk(KovJsonFieldWalk& walk, const std::vector<KovJsonInstance>& from) {
+  std::vector<uint64_t> starts;  // the first bit of each instance where the walk was made
+  uint64_t at = 0;
+  for (const KovJsonInstance& in : from) {
+    starts.push_back(at);
+    at += (uint64_t{6} + in.size) * 8;
+  }
+  for (KovJsonNode& n : walk.nodes) {
+    if (!n.placed) continue;
+    size_t k = std::upper_bound(starts.begin(), starts.end(), n.bitIndex) - starts.begin();
+    if (k > 0) n.bitIndex = n.bitIndex - starts[k - 1] + uint64_t{from[k - 1].offset} * 8;
+    n.hdr = k > 0 ? static_cast<int>(k - 1) : -1;
+  }
+}
+
+KovJsonFieldWalk kovJsonWalkFieldsWithPrefixes(const CKovJsonLayout& layout, const CKovUp& up,
+                                               const KovJsonWalk& hdrWalk) {
+  KovJsonFieldWalk walk = kovJsonWalkFields(layout, up);
+  kovJsonMapWalk(walk, hdrWalk.instances);
+  // The headers of the image without prefixes are those of hdrWalk, in the same order.
+  for (size_t k = 0; k < walk.hdrs.size() && k < hdrWalk.instances.size(); ++k) {
+    walk.hdrs[k].at = hdrWalk.instances[k];
+  }
+  walk.prefixes = true;
+  walk.imageBits = 0;
+  if (!hdrWalk.instances.empty()) {
+    const KovJsonInstance& last = hdrWalk.instances.back();
+    walk.imageBits = (uint64_t{last.offset} + 6 + last.size) * 8;
+  }
+  return walk;
+}
+
 std::vector<int> kovJsonValuesInImageOrder(const KovJsonFieldWalk& walk) {
   std::vector<int> order;
   for (size_t i = 0; i < walk.nodes.size(); ++i) {

@@ -67,6 +67,7 @@ struct KovJsonHdr {
 };
 
 struct KovJsonFieldWalk {
+  bool prefixes = false;         // the image has a partition prefix in front of each instance
   std::vector<KovJsonHdr> hdrs;  // in image order
   std::string hdrDamage;         // what ended the header walk early, "" when nothing did
   uint32_t hdrDamageOffset = 0;
@@ -75,6 +76,17 @@ struct KovJsonFieldWalk {
 };
 
 KovJsonFieldWalk kovJsonWalkFields(const CKovJsonLayout& layout, const CKovUp& up);
+
+// Moves the places of a walk made over the instances of from packed one behind the other (as
+// kovJsonWithoutPrefixes and a salvage pack them) to where those instances stand in the image
+// they came from; the nodes' header indexes become indexes into from. Linear, with a binary
+// search a node.
+void kovJsonMapWalk(KovJsonFieldWalk& walk, const std::vector<KovJsonInstance>& from);
+
+// The walk of an image with partition prefixes: up unpacked the image without them
+// (kovJsonWithoutPrefixes of hdrWalk); places and headers are those of the image with them.
+KovJsonFieldWalk kovJsonWalkFieldsWithPrefixes(const CKovJsonLayout& layout, const CKovUp& up,
+                                               const KovJsonWalk& hdrWalk);
 
 // The Value nodes' indexes sorted by their first bit (ties in tree order).
 std::vector<int> kovJsonValuesInImageOrder(const KovJsonFieldWalk& walk);

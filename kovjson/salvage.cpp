@@ -317,22 +317,12 @@ class Salvager {
   // Moves the places of walk from the image of the instances ins to the damaged image, and
   // numbers the instances of multi-instance blocks by their KOV ids.
   void MapBack(KovJsonFieldWalk& walk, const std::vector<KovJsonInstance>& ins) {
-    std::vector<uint64_t> starts;  // bit index of each instance in the salvage image
-    uint64_t at = 0;
-    for (const KovJsonInstance& in : ins) {
-      starts.push_back(at);
-      at += (uint64_t{kHdrSz} + in.size) * 8;
-    }
-    // The header index of the salvage walk is the index into ins. Renamed instances keep their
-    // old path here, by node index, for the nodes under them.
+    kovJsonMapWalk(walk, ins);
+    // The header index of a node is now its index into ins. Renamed instances keep their old
+    // path here, by node index, for the nodes under them.
     std::unordered_map<size_t, std::string> oldPath;
     for (size_t i = 0; i < walk.nodes.size(); ++i) {
       KovJsonNode& n = walk.nodes[i];
-      if (n.placed) {
-        size_t k = std::upper_bound(starts.begin(), starts.end(), n.bitIndex) - starts.begin();
-        if (k > 0) n.bitIndex = n.bitIndex - starts[k - 1] + uint64_t{ins[k - 1].offset} * 8;
-        n.hdr = k > 0 ? static_cast<int>(k - 1) : -1;
-      }
       if (n.kind == KovJsonNodeKind::Instance && n.blk->multi && n.hdr >= 0) {
         uint16_t number = static_cast<uint16_t>(ins[n.hdr].kovID + 1u);
         std::string path = kovFormat("%s[%u]", n.blk->name.c_str(), number);

@@ -26,13 +26,13 @@ const char* changeName(KovJsonChange c) {
 
 struct Args {
   std::string layout, a, b;
-  bool json = false;
+  bool json = false, prefixes = false;
 };
 
 int run(const Args& args) {
   auto layout = kovToolLoadLayout(args.layout);
-  auto a = kovToolReadSource(*layout, args.a, true);
-  auto b = kovToolReadSource(*layout, args.b, true);
+  auto a = kovToolReadSource(*layout, args.a, true, false, args.prefixes);
+  auto b = kovToolReadSource(*layout, args.b, true, false, args.prefixes);
   std::vector<KovJsonDiffItem> items = kovJsonDiff(*layout, a->walk, b->walk);
   // Bytes that differ where no value lies: padding, unclaimed bits, text behind a NUL.
   size_t bytesDiffer = 0, firstAt = 0;
@@ -103,6 +103,8 @@ KovToolCommand kovToolAddDiff(CLI::App& app) {
   sub->add_option("A", args->a, "An image or values file")->required();
   sub->add_option("B", args->b, "Another image or values file")->required();
   sub->add_flag("--json", args->json, "Write JSON for programs");
+  sub->add_flag("--partition-prefix", args->prefixes,
+                "The images have the partition number in front of every block instance");
   return {sub, [args]() {
             // Every failure of diff exits 2, a refused image included.
             try {

@@ -41,6 +41,10 @@ std::string kovToolDumpText(const KovJsonFieldWalk& walk) {
   for (const KovJsonHdr& h : walk.hdrs) {
     uint64_t start = uint64_t{h.at.offset} * 8;
     valuesBefore(start);
+    if (walk.prefixes) {
+      out += line(h.at.offset - 2, "", 16, kovFormat("%04X", h.at.partition),
+                  kovFormat("partition prefix: %u", h.at.partition));
+    }
     out += line(h.at.offset, "", 48, hdrRaw(h),
                 kovFormat("header %s: KOV name 0x%04X%04X, size %u", h.label.c_str(), h.at.kovType,
                           h.at.kovID, h.at.size));
@@ -70,6 +74,7 @@ std::string kovToolDumpJson(const KovJsonFieldWalk& walk, size_t imageSize) {
     j["kovType"] = h.at.kovType;
     j["kovId"] = h.at.kovID;
     j["size"] = h.at.size;
+    if (walk.prefixes) j["partition"] = h.at.partition;
     j["block"] = h.blk != nullptr ? Json(h.blk->name) : Json(nullptr);
     if (h.listlet >= 0) {
       j["listlet"] = h.listlet;
@@ -111,7 +116,7 @@ std::string kovToolDumpJson(const KovJsonFieldWalk& walk, size_t imageSize) {
 KovToolCommand kovToolAddDump(CLI::App& app) {
   struct Args {
     std::string layout, image;
-    bool json = false;
+    bool json = false, prefixes = false;
   };
   auto args = std::make_shared<Args>();
   CLI::App* sub = app.add_subcommand(
@@ -121,9 +126,11 @@ KovToolCommand kovToolAddDump(CLI::App& app) {
   sub->add_option("LAYOUT", args->layout, "The layout file (JSON)")->required();
   sub->add_option("IMAGE", args->image, "The image file ('-': standard input)")->required();
   sub->add_flag("--json", args->json, "Write JSON for programs instead of the table");
+  sub->add_flag("--partition-prefix", args->prefixes,
+                "The image has the partition number in front of every block instance");
   return {sub, [args]() {
             auto layout = kovToolLoadLayout(args->layout);
-            auto src = kovToolReadSource(*layout, args->image, false, true);
+            auto src = kovToolReadSource(*layout, args->image, false, true, args->prefixes);
             std::string out = args->json ? kovToolDumpJson(src->walk, src->bytes.size())
                                          : kovToolDumpText(src->walk);
             // The faults of a salvaged image follow the table.

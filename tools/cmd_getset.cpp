@@ -40,7 +40,7 @@ std::string shown(const KovJsonFieldWalk& walk, const std::string& path) {
 }  // namespace
 
 std::vector<uint8_t> kovToolSetValues(const CKovJsonLayout& layout, const KovToolSource& src,
-                                      const std::vector<std::string>& assignments) {
+                                      const std::vector<std::string>& assignments, bool prefixes) {
   Json values = kovJsonUnpackedValues(layout, *src.up);
   for (const std::string& a : assignments) {
     size_t eq = a.find('=');
@@ -54,7 +54,7 @@ std::vector<uint8_t> kovToolSetValues(const CKovJsonLayout& layout, const KovToo
   KovMessageBoxHandler previous = kovSetMessageBoxHandler(countNote);
   std::vector<uint8_t> bytes;
   try {
-    bytes = kovJsonPackImage(layout, *data, false, "");
+    bytes = kovJsonPackImage(layout, *data, prefixes, "");
   } catch (...) {
     kovSetMessageBoxHandler(previous);
     throw;
@@ -71,6 +71,7 @@ std::vector<KovToolCommand> kovToolAddGetSet(CLI::App& app) {
   struct Args {
     std::string layout, image, path, out;
     std::vector<std::string> assignments;
+    bool prefixes = false;
   };
   auto args = std::make_shared<Args>();
   CLI::App* get = app.add_subcommand("get", "Print the value at a path of an image, as JSON");
@@ -78,6 +79,8 @@ std::vector<KovToolCommand> kovToolAddGetSet(CLI::App& app) {
   get->add_option("IMAGE", args->image, "The image file, or a values file")->required();
   get->add_option("PATH", args->path, "The path, as 'Channel bank[2].Channels[1].Kind'")
       ->required();
+  get->add_flag("--partition-prefix", args->prefixes,
+                "The image has the partition number in front of every block instance");
   CLI::App* set = app.add_subcommand(
       "set",
       "Change values of an image by path and pack it again (exit 2 for a bad path or value)");
@@ -87,11 +90,14 @@ std::vector<KovToolCommand> kovToolAddGetSet(CLI::App& app) {
       ->required();
   set->add_option("-o,--output", args->out, "The image file to write ('-': standard output)")
       ->required();
+  set->add_flag("--partition-prefix", args->prefixes,
+                "The image has the partition number in front of every block instance, and so "
+                "will the one written");
 
   KovToolCommand runGet{
       get, [args]() {
         auto layout = kovToolLoadLayout(args->layout);
-        auto src = kovToolReadSource(*layout, args->image, true);
+        auto src = kovToolReadSource(*layout, args->image, true, false, args->prefixes);
         int i = kovJsonFindPath(src->walk, args->path);
         if (i < 0) {
           throw KovToolError{kKovToolRefused, args->image + ": no value at '" + args->path + "'"};
@@ -103,9 +109,10 @@ std::vector<KovToolCommand> kovToolAddGetSet(CLI::App& app) {
   KovToolCommand runSet{
       set, [args]() {
         auto layout = kovToolLoadLayout(args->layout);
-        auto src = kovToolReadSource(*layout, args->image, false);
-        std::vector<uint8_t> bytes = kovToolSetValues(*layout, *src, args->assignments);
-        auto after = kovToolUnpackBytes(*layout, args->out, bytes);
+        auto src = kovToolReadSource(*layout, args->image, false, false, args->prefixes);
+        std::vector<uint8_t> bytes =
+            kovToolSetValues(*layout, *src, args->assignments, args->prefixes);
+        auto after = kovToolUnpackBytes(*layout, args->out, bytes, false, args->prefixes);
         kovToolWriteOutput(args->out, bytes);
         if (args->out == "-") return 0;
         std::string report;

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "kovjson/imagewalk.h"
 #include "kovjson/jsonread.h"
 #include "kovjson/jsonvalues.h"
 #include "tools/toolio.h"
@@ -17,13 +18,27 @@ bool kovToolIsValuesText(const std::string& bytes) {
 
 std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
                                                   const std::string& path,
-                                                  std::vector<uint8_t> bytes, bool salvage) {
+                                                  std::vector<uint8_t> bytes, bool salvage,
+                                                  bool prefixes) {
   auto src = std::make_unique<KovToolSource>();
   src->path = path;
   src->bytes = std::move(bytes);
+  KovJsonWalk hdrWalk;
+  // The salvage reads images without prefixes only.
+  if (prefixes) salvage = false;
   try {
     if (src->bytes.empty()) throw KovToolError{kKovToolRefused, path + ": the image is empty"};
-    src->up = std::make_unique<CKovUp>(layout.GetCpLayout(), src->bytes, "");
+    if (prefixes) {
+      hdrWalk = kovJsonWalkImage(src->bytes, true);
+      if (!hdrWalk.damage.empty()) {
+        throw KovToolError{kKovToolRefused,
+                           kovFormat("%s: at offset %u: %s", path.c_str(), hdrWalk.damageOffset,
+                                     hdrWalk.damage.c_str())};
+      }
+    }
+    src->up = std::make_unique<CKovUp>(
+        layout.GetCpLayout(), prefixes ? kovJsonWithoutPrefixes(src->bytes, hdrWalk) : src->bytes,
+        "");
     src->up->FullUnpack();
   } catch (CMevGenException* e) {
     if (!salvage) throw;
@@ -34,7 +49,8 @@ std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
     src->damage = e.text;
   }
   if (src->damage.empty()) {
-    src->walk = kovJsonWalkFields(layout, *src->up);
+    src->walk = prefixes ? kovJsonWalkFieldsWithPrefixes(layout, *src->up, hdrWalk)
+                         : kovJsonWalkFields(layout, *src->up);
     return src;
   }
   src->up.reset();
@@ -47,13 +63,15 @@ std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
 
 std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
                                                  const std::string& path, bool allowValues,
-                                                 bool salvage) {
+                                                 bool salvage, bool prefixes) {
   std::string text = kovToolReadInput(path);
   if (allowValues && kovToolIsValuesText(text)) {
     auto data = kovJsonPackData(layout, kovJsonParse(text, path), path);
-    auto src = kovToolUnpackBytes(layout, path, kovJsonPackImage(layout, *data, false, ""));
+    auto src = kovToolUnpackBytes(layout, path, kovJsonPackImage(layout, *data, prefixes, ""),
+                                  false, prefixes);
     src->fromValues = true;
     return src;
   }
-  return kovToolUnpackBytes(layout, path, std::vector<uint8_t>(text.begin(), text.end()), salvage);
+  return kovToolUnpackBytes(layout, path, std::vector<uint8_t>(text.begin(), text.end()), salvage,
+                            prefixes);
 }

@@ -35,14 +35,17 @@ bool kovToolIsValuesText(const std::string& bytes);
 
 // Reads path (an image, or a values file when allowValues) and unpacks it with layout. With
 // salvage, an image the library refuses is salvaged (kovjson/salvage.h) instead: damage holds
-// the refusal, which is also printed to standard error, and walk what could be read.
+// the refusal, which is also printed to standard error, and walk what could be read. With
+// prefixes the image has a partition prefix in front of every instance (a values file is packed
+// so); such an image is never salvaged, and one whose headers end early is refused.
 std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
                                                  const std::string& path, bool allowValues,
-                                                 bool salvage = false);
+                                                 bool salvage = false, bool prefixes = false);
 
 // Unpacks bytes (named path in messages) with layout and walks its fields.
 std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
                                                   const std::string& path,
-                                                  std::vector<uint8_t> bytes, bool salvage = false);
+                                                  std::vector<uint8_t> bytes, bool salvage = false,
+                                                  bool prefixes = false);
 
 #endif  // KOV_TOOLS_CMD_SHARED_H

@@ -94,6 +94,7 @@ std::string kovToolViewHtml(const std::string& data) {
 KovToolCommand kovToolAddView(CLI::App& app) {
   struct Args {
     std::string layout, image, out;
+    bool prefixes = false;
   };
   auto args = std::make_shared<Args>();
   CLI::App* sub = app.add_subcommand(
@@ -104,9 +105,11 @@ KovToolCommand kovToolAddView(CLI::App& app) {
   sub->add_option("IMAGE", args->image, "The image file, or a values file")->required();
   sub->add_option("-o,--output", args->out, "The HTML file to write ('-': standard output)")
       ->required();
+  sub->add_flag("--partition-prefix", args->prefixes,
+                "The image has the partition number in front of every block instance");
   return {sub, [args]() {
             auto layout = kovToolLoadLayout(args->layout);
-            auto src = kovToolReadSource(*layout, args->image, true, true);
+            auto src = kovToolReadSource(*layout, args->image, true, true, args->prefixes);
             std::string name = args->image == "-" ? "standard input" : args->image;
             name = name.substr(name.find_last_of('/') + 1);
             std::string lname = args->layout.substr(args->layout.find_last_of('/') + 1);

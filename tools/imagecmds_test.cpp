@@ -316,4 +316,40 @@ TEST(View, WritesOneSelfContainedFileWithTheWalkEmbedded) {
   EXPECT_NE(html.find(R"(\"<\/script><b>\")"), std::string::npos);
 }
 
+// With partition prefixes every place moves behind the prefixes in front of it: the raw bits
+// read at each reported place of the prefixed image are the value's, and the values and their
+// order are those of the plain image.
+TEST(Dump, PartitionPrefixesMoveEveryPlace) {
+  std::string dir = scratch();
+  std::string plain = packSample(dir), prefixed = dir + "p.kov";
+  ToolRun pack =
+      kovtool("pack --partition-prefix " + q(kLayout) + " " + q(kValues) + " -o " + q(prefixed));
+  ASSERT_EQ(pack.status, 0) << pack.err;
+  ToolRun a = kovtool("dump --json " + q(kLayout) + " " + q(plain));
+  ToolRun b = kovtool("dump --json --partition-prefix " + q(kLayout) + " " + q(prefixed));
+  ASSERT_EQ(b.status, 0) << b.err;
+  Json ja = Json::parse(a.out), jb = Json::parse(b.out);
+  Bytes bytes = readBytes(prefixed);
+  ASSERT_EQ(ja["values"].size(), jb["values"].size());
+  for (size_t i = 0; i < jb["values"].size(); ++i) {
+    const Json& v = jb["values"][i];
+    SCOPED_TRACE(v["path"].get<std::string>());
+    EXPECT_EQ(v["path"], ja["values"][i]["path"]);
+    EXPECT_EQ(v["value"], ja["values"][i]["value"]);
+    uint64_t bit = v["bitIndex"], bits = v["bits"];
+    std::string raw;
+    unsigned digit = 0, taken = 0, lead = bits % 4 == 0 ? 4 : bits % 4;
+    for (uint64_t k = bit; k < bit + bits; ++k) {
+      digit = digit << 1 | ((bytes[k / 8] >> (7 - k % 8)) & 1u);
+      if (++taken == (raw.empty() ? lead : 4)) {
+        raw += "0123456789ABCDEF"[digit];
+        digit = taken = 0;
+      }
+    }
+    EXPECT_EQ(raw, v["raw"].get<std::string>());
+  }
+  EXPECT_EQ(jb["headers"][1]["partition"], 2);
+  EXPECT_EQ(jb["headers"][1]["offset"], 0x1C);
+}
+
 }  // namespace
