@@ -1,0 +1,202 @@
+#include "kovjson/fieldwalk.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "kov/kovtest.h"
+#include "kovjson/jsonread.h"
+#include "kovjson/jsonvalues.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::unique_ptr<CKovJsonLayout> radioLayout() {
+  return CKovJsonLayout::LoadFile(std::string(KOV_RADIO_DIR) + "/layout.json", false);
+}
+
+Bytes radioImage(const CKovJsonLayout& layout) {
+  std::string file = std::string(KOV_RADIO_DIR) + "/values.json";
+  Json values = kovJsonParse(kovJsonReadFile(file), file);
+  return kovJsonPackImage(layout, *kovJsonPackData(layout, values, file), false, "");
+}
+
+// Ids of the fields whose value shapes others: list quantities and union discriminants.
+std::set<uint32_t> structuralFieldIDs(const CKovJsonLayout& layout) {
+  std::set<uint32_t> ids;
+  std::function<void(const std::vector<KovJsonField>&)> scan =
+      [&](const std::vector<KovJsonField>& fields) {
+        for (const KovJsonField& f : fields) {
+          if (!f.quantityOf.empty()) ids.insert(f.id);
+          if (f.kind == KovJsonKind::List) {
+            ids.insert(f.leqID);
+            if (!f.qtyIsConstant) ids.insert(f.qtyFieldID);
+          }
+          for (const KovJsonDiscr& d : f.discrs) ids.insert(d.fieldID);
+          scan(f.entry);
+          for (const KovJsonOption& o : f.options) scan(o.fields);
+        }
+      };
+  for (const KovJsonBlock& b : layout.GetBlocks()) scan(b.fields);
+  return ids;
+}
+
+// Rewrites the checksum of the instance whose header is at offset.
+void reseal(Bytes& image, uint32_t offset) {
+  uint32_t size = image[offset + 4] << 8 | image[offset + 5];
+  uint16_t crc = 0;
+  kovCalculateChecksum(image.data() + offset + 6, size - 2, crc);
+  image[offset + 4 + size] = static_cast<uint8_t>(crc >> 8);
+  image[offset + 5 + size] = static_cast<uint8_t>(crc);
+}
+
+// The place the walk reports for each value is where its bits are: inverting exactly those bits
+// (and resealing the block) changes that value to its complement and leaves every other value's
+// bits as they were. Catches a walk that reports the layout's place instead of the one the core
+// used (floating fields), a wrong width, or an offset relative to the block instead of the image.
+TEST(FieldWalk, ReportedBitsAreExactlyWhereEachValueLies) {
+  auto layout = radioLayout();
+  Bytes image = radioImage(*layout);
+  CKovUp up(layout->GetCpLayout(), image, "");
+  up.FullUnpack();
+  KovJsonFieldWalk walk = kovJsonWalkFields(*layout, up);
+  std::set<uint32_t> structural = structuralFieldIDs(*layout);
+
+  size_t tested = 0, values = 0;
+  for (const KovJsonNode& n : walk.nodes) {
+    if (n.kind != KovJsonNodeKind::Value) continue;
+    ++values;
+    if (structural.count(n.field->id) != 0) continue;
+    SCOPED_TRACE(n.path);
+    ASSERT_GE(n.hdr, 0);
+    Bytes flipped = image;
+    for (uint64_t b = n.bitIndex; b < n.bitIndex + n.bits; ++b) {
+      flipped[b / 8] ^= static_cast<uint8_t>(0x80 >> (b % 8));
+    }
+    reseal(flipped, walk.hdrs[n.hdr].at.offset);
+    CKovUp up2(layout->GetCpLayout(), flipped, "");
+    EXPECT_KOV_NO_THROW(up2.FullUnpack());
+    KovJsonFieldWalk after = kovJsonWalkFields(*layout, up2);
+    ASSERT_EQ(after.nodes.size(), walk.nodes.size());
+    for (size_t i = 0; i < walk.nodes.size(); ++i) {
+      const KovJsonNode& a = walk.nodes[i];
+      const KovJsonNode& b = after.nodes[i];
+      ASSERT_EQ(a.path, b.path);
+      if (a.kind != KovJsonNodeKind::Value) continue;
+      if (&a != &n) {
+        EXPECT_EQ(a.raw, b.raw) << a.path;
+        EXPECT_EQ(a.value, b.value) << a.path;
+        continue;
+      }
+      EXPECT_NE(a.value, b.value);
+      // Numbers: the value the core read is the complement of the one before.
+      if (a.value.is_number() && a.bits <= 32) {
+        uint64_t mask = (uint64_t{1} << a.bits) - 1;
+        EXPECT_EQ(b.value.get<uint64_t>(), a.value.get<uint64_t>() ^ mask);
+        EXPECT_EQ(std::stoull(a.raw, nullptr, 16), a.value.get<uint64_t>());
+      }
+    }
+    ++tested;
+  }
+  // All but the 10 quantity and discriminant values of the sample (2 channel counts, 4 kinds,
+  // 2 member counts, the scan count and the rx groups less one).
+  EXPECT_EQ(values, 91u);
+  EXPECT_EQ(tested, 81u);
+}
+
+TEST(FieldWalk, PathsInstancesAndSpans) {
+  auto layout = radioLayout();
+  Bytes image = radioImage(*layout);
+  CKovUp up(layout->GetCpLayout(), image, "");
+  up.FullUnpack();
+  KovJsonFieldWalk walk = kovJsonWalkFields(*layout, up);
+  auto find = [&](const std::string& path) -> const KovJsonNode* {
+    for (const KovJsonNode& n : walk.nodes) {
+      if (n.path == path) return &n;
+    }
+    return nullptr;
+  };
+  // Hand-read from tools/testdata/radio.headers.txt and the layout: Channel bank[2] has its
+  // header at 0x65, its data at 0x6B; Channels[1] starts at data byte 1, Rx step at entry
+  // byte 9 + 0; Wide at entry byte 11, MSB 5. Hang time floats behind the 3 two-byte entries.
+  struct Case {
+    const char* path;
+    KovJsonNodeKind kind;
+    uint64_t bitIndex;
+    uint32_t bits;
+    const char* text;
+  } cases[] = {
+      {"Channel bank[2]", KovJsonNodeKind::Instance, 0x65 * 8, (6 + 17) * 8, "instance 2"},
+      {"Channel bank[2].Channels", KovJsonNodeKind::List, 0x6C * 8, 12 * 8 - 5, "1 entry"},
+      {"Channel bank[2].Channels[1]", KovJsonNodeKind::Entry, 0x6C * 8, 12 * 8 - 5, ""},
+      {"Channel bank[2].Channels[1].Mode", KovJsonNodeKind::Union, 0x75 * 8, 19, "Analog"},
+      {"Channel bank[2].Channels[1].Mode.Analog.Wide", KovJsonNodeKind::Value, 0x77 * 8 + 2, 1,
+       "0"},
+      {"General.Key lock", KovJsonNodeKind::Value, 0x1F * 8 + 5, 1, "0"},
+      {"General.Startup bank", KovJsonNodeKind::Value, 0x2C * 8, 32, "Channel bank[2]"},
+      {"Scan list.Hang time", KovJsonNodeKind::Value, 0xC0 * 8, 8, "30"},
+      {"Device info.Band", KovJsonNodeKind::Value, 0x13 * 8, 8, "'U'"},
+      {"Contacts.Contact list[5].Contact name", KovJsonNodeKind::Value, 0x15E * 8, 48,
+       "\"Charly\""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    const KovJsonNode* n = find(c.path);
+    ASSERT_NE(n, nullptr);
+    EXPECT_EQ(n->kind, c.kind);
+    EXPECT_TRUE(n->placed);
+    EXPECT_EQ(n->bitIndex, c.bitIndex);
+    EXPECT_EQ(n->bits, c.bits);
+    EXPECT_EQ(n->text, c.text);
+  }
+  // The listlet that holds entry 5 is the second one.
+  const KovJsonNode* charly = find("Contacts.Contact list[5].Contact name");
+  ASSERT_NE(charly, nullptr);
+  EXPECT_EQ(walk.hdrs[charly->hdr].label, "Contacts, listlet 1");
+  EXPECT_EQ(walk.hdrs.size(), 13u);
+  EXPECT_EQ(walk.hdrs[3].label, "Channel bank[2]");
+}
+
+TEST(FieldWalk, RawBitsAndPathSteps) {
+  // 0xABC at bit 0 and 0x5 (3 bits) at bit 13: AB C5 -> 1010 1011 1100 0101.
+  Bytes bytes = {0xAB, 0xC5};
+  EXPECT_EQ(kovJsonRawBits(bytes, 0, 12), "ABC");
+  EXPECT_EQ(kovJsonRawBits(bytes, 13, 3), "5");
+  EXPECT_EQ(kovJsonRawBits(bytes, 1, 5), "0A");  // 01010
+  EXPECT_EQ(kovJsonRawBits(bytes, 0, 16), "ABC5");
+  EXPECT_EQ(kovJsonRawBits(bytes, 16, 0), "");
+  EXPECT_EQ(kovJsonRawBits(bytes, 9, 8), "");  // one bit past the end
+
+  struct Case {
+    const char* path;
+    bool ok;
+    const char* steps;  // name/index pairs
+  } cases[] = {
+      {"General.Volume", true, "General/0 Volume/0"},
+      {"Channel bank[2].Channels[11].Mode.Analog.Rx step", true,
+       "Channel bank/2 Channels/11 Mode/0 Analog/0 Rx step/0"},
+      {"", false, ""},
+      {"A..B", false, ""},
+      {"A[0]", false, ""},
+      {"A[x]", false, ""},
+      {"A[1", false, ""},
+      {"[1]", false, ""},
+      {"A.", false, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    std::vector<KovJsonPathStep> steps;
+    ASSERT_EQ(kovJsonSplitPath(c.path, steps), c.ok);
+    if (!c.ok) continue;
+    std::string shown;
+    for (const KovJsonPathStep& s : steps) {
+      shown += (shown.empty() ? "" : " ") + s.name + "/" + std::to_string(s.index);
+    }
+    EXPECT_EQ(shown, c.steps);
+  }
+}
+
+}  // namespace
