@@ -368,6 +368,20 @@ void registerAll() {
     arg(benchmark::RegisterBenchmark("w1_unpack_copy/kov", w1UnpackKov, true));
     arg(benchmark::RegisterBenchmark("w1_unpack/hand", w1UnpackHand));
   }
+  // Different images on different threads over one const layout: the throughput of two threads
+  // against one, in wall-clock time.
+  for (int threads : {1, 2}) {
+    withStats(benchmark::RegisterBenchmark("w1_threads_pack_whole/kov", w1PackWhole)
+                  ->ArgName("B")
+                  ->Arg(3000)
+                  ->UseRealTime()
+                  ->Threads(threads));
+    withStats(benchmark::RegisterBenchmark("w1_threads_unpack_whole/kov", w1UnpackWhole)
+                  ->ArgName("B")
+                  ->Arg(3000)
+                  ->UseRealTime()
+                  ->Threads(threads));
+  }
   withStats(benchmark::RegisterBenchmark(
       "dist_list_60000/pack", [](benchmark::State& s) { workloadPack(s, *distList().w); }));
   withStats(benchmark::RegisterBenchmark("dist_list_60000/unpack", [](benchmark::State& s) {
@@ -429,6 +443,11 @@ class SummaryReporter : public benchmark::ConsoleReporter {
          "fields");
     rate("    W1 image to values text, fields/s (target >= 3M)",
          key("w1_json_unpack/kov", "B:3000"), "fields");
+    print("  two threads against one, fields/s at B=3000 (target >= 1.7):\n");
+    gain("    pack, whole cost", key("w1_threads_pack_whole/kov", "B:3000/real_time/threads:2"),
+         key("w1_threads_pack_whole/kov", "B:3000/real_time/threads:1"));
+    gain("    unpack, whole cost", key("w1_threads_unpack_whole/kov", "B:3000/real_time/threads:2"),
+         key("w1_threads_unpack_whole/kov", "B:3000/real_time/threads:1"));
     print("  kov / hand-written, whole cost at B=3000:\n");
     ratio("    pack", key("w1_pack_whole/kov", "B:3000"), key("w1_pack/hand", "B:3000"));
     ratio("    unpack", key("w1_unpack_whole/kov", "B:3000"), key("w1_unpack/hand", "B:3000"));
@@ -472,7 +491,7 @@ class SummaryReporter : public benchmark::ConsoleReporter {
     Noted n;
     n.seconds = run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
     for (const auto& kv : run.counters) n.rates[kv.first] = kv.second.value;
-    noted[key(run.run_name.function_name, run.run_name.args)] = n;
+    noted[run.run_name.str()] = n;
   }
 
   void ratio(const std::string& label, const std::string& top, const std::string& bottom) {
@@ -481,6 +500,18 @@ class SummaryReporter : public benchmark::ConsoleReporter {
     char line[160];
     std::snprintf(line, sizeof line, "%-40s %8.2f   (%.4g s / %.4g s)\n", label.c_str(),
                   a->second.seconds / b->second.seconds, a->second.seconds, b->second.seconds);
+    print(line);
+  }
+
+  // The ratio of two runs' fields/s.
+  void gain(const std::string& label, const std::string& top, const std::string& bottom) {
+    auto a = noted.find(top), b = noted.find(bottom);
+    if (a == noted.end() || b == noted.end()) return;
+    double bottomRate = b->second.rates["fields"];
+    if (bottomRate <= 0) return;
+    char line[160];
+    std::snprintf(line, sizeof line, "%-40s %8.2f\n", label.c_str(),
+                  a->second.rates["fields"] / bottomRate);
     print(line);
   }
 
