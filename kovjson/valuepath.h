@@ -6,7 +6,7 @@
 // fields, which a values file leaves out, are left out here too.
 //
 // kovJsonSetPath changes a values file (the JSON of kovjson/jsonvalues.h) in place. The path is
-// one of the field walk: "Channel bank[2].Channels[1].Mode.Analog.Rx step". Its steps are checked
+// one of the field walk: "Channel bank[2].Channels[1].Mode.Analog.Rx frequency". Its steps are checked
 // against the layout: the block, its instance (a multi-instance block needs one; its instances
 // must exist in the values), each field, the entry of a list (existing, or the one just behind
 // the last, which is added), the option of a union (another option than the one there replaces
