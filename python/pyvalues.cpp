@@ -114,13 +114,14 @@ Json toJson(PyObject* o, const Place& at) {
   // A decimal.Decimal is its exact text, as a scaled field's value is written in a values file.
   if (isDecimal(o)) {
     // Fixed-point notation: str() would write Decimal("1E+2") with an exponent.
-    py::str text = py::module_::import("builtins").attr("format")(
-        py::reinterpret_borrow<py::object>(o), "f");
+    py::str text =
+        py::module_::import("builtins").attr("format")(py::reinterpret_borrow<py::object>(o), "f");
     return Json(text.cast<std::string>());
   }
-  failValue(at.Pointer(), "a value must be a dict, list, str, int, float, decimal.Decimal, bool "
-                          "or None, not " +
-                              typeName(o));
+  failValue(at.Pointer(),
+            "a value must be a dict, list, str, int, float, decimal.Decimal, bool "
+            "or None, not " +
+                typeName(o));
 }
 
 }  // namespace

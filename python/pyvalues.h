@@ -35,7 +35,8 @@ class KovPyToPy {
       case Json::value_t::array: {
         pybind11::object l = checked(PyList_New(static_cast<Py_ssize_t>(j.size())));
         Py_ssize_t i = 0;
-        for (const nlohmann::ordered_json& e : j) PyList_SET_ITEM(l.ptr(), i++, Convert(e).release().ptr());
+        for (const nlohmann::ordered_json& e : j)
+          PyList_SET_ITEM(l.ptr(), i++, Convert(e).release().ptr());
         return l;
       }
       case Json::value_t::string: {
@@ -71,6 +72,5 @@ class KovPyToPy {
 
   std::unordered_map<std::string, pybind11::object> keys;
 };
-
 
 #endif  // KOV_PYTHON_PYVALUES_H
