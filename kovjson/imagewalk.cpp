@@ -50,8 +50,9 @@ KovJsonWalk kovJsonWalkImage(const std::vector<uint8_t>& bytes, bool prefixes) {
     }
     if (inst.size > len - pos - kHdrSz) {
       uint32_t past = inst.size - (len - pos - kHdrSz);
-      walk.damage = kovFormat("KOV name 0x%04X%04X of size %u runs %u byte%s past the end of the image",
-                              inst.kovType, inst.kovID, inst.size, past, past == 1 ? "" : "s");
+      walk.damage =
+          kovFormat("KOV name 0x%04X%04X of size %u runs %u byte%s past the end of the image",
+                    inst.kovType, inst.kovID, inst.size, past, past == 1 ? "" : "s");
       walk.damageOffset = pos;
       break;
     }

@@ -180,8 +180,6 @@ KovJsonBlock KovJsonLayoutReader::ReadBlock(const Json& o, const std::string& at
   return blk;
 }
 
-// A KOV List Structure block holds its one list, directly or as the one field of each option of
-// one union, behind its configuration area.
 void KovJsonLayoutReader::CheckKlsFields(const KovJsonBlock& blk, const std::string& at) {
   const char* what =
       "a KOV List Structure block holds one field: a list of format 'kls', or a union whose "
@@ -211,7 +209,6 @@ void KovJsonLayoutReader::CheckKlsFields(const KovJsonBlock& blk, const std::str
   }
 }
 
-// Ids left out in the file get the lowest free numbers, in document order.
 void KovJsonLayoutReader::AssignIDs() {
   uint16_t nextBlk = 1;
   for (KovJsonBlock& blk : out.blocks) {
@@ -245,7 +242,6 @@ KovJsonBlock& KovJsonLayoutReader::BlockRef(const Json& v, const std::string& at
   in.Fail(at, "no block with id " + std::to_string(id));
 }
 
-// The field named (or numbered) v among fields at any depth; exactly one must answer.
 KovJsonField& KovJsonLayoutReader::FieldRef(std::vector<KovJsonField>& fields, bool anyDepth,
                                             const Json& v, const std::string& at,
                                             const std::string& where) {

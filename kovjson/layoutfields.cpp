@@ -203,8 +203,6 @@ void KovJsonLayoutReader::ReadUnion(KovJsonField& f, const Json& o, const std::s
   in.Object(in.Member(o, at, "select"), kovJsonPointerTo(at, "select"));
 }
 
-// The end of the fixed fields of fixed size, in bits from the entry start: the nominal size of an
-// option whose file gives none.
 uint64_t KovJsonLayoutReader::NominalBits(const std::vector<KovJsonField>& fields) {
   uint64_t end = 0;
   for (const KovJsonField& f : fields) {
@@ -219,7 +217,6 @@ bool KovJsonLayoutReader::IsFixedSz(const KovJsonField& f) {
   return true;
 }
 
-// bit index = byte × 8 + 7 − MSB, in an entry whose start has MSB 7.
 uint64_t KovJsonLayoutReader::StartBits(const KovJsonField& f) {
   return uint64_t{f.byteOffset} * 8 + 7 - f.msbStart;
 }
@@ -228,7 +225,6 @@ uint64_t KovJsonLayoutReader::SizeBits(const KovJsonField& f) {
   return f.kind == KovJsonKind::List ? uint64_t{f.maxEntries} * f.entryBits : f.bits;
 }
 
-// Fixed fields of fixed size must lie within [firstBit, limitBits) of their entry or block.
 void KovJsonLayoutReader::CheckFieldsFit(const std::vector<KovJsonField>& fields, uint64_t firstBit,
                                          uint64_t limitBits, const std::string& what) {
   for (const KovJsonField& f : fields) {

@@ -182,8 +182,9 @@ std::vector<uint8_t> bytesOf(const py::buffer& data) {
 }
 
 Failure imageFailure(const KovJsonImageError& e) {
-  return textFailure(FailKind::Image, e.GetText(),
-                     e.GetOffset() == kKovJsonNoOffset ? -1 : static_cast<long long>(e.GetOffset()));
+  return textFailure(
+      FailKind::Image, e.GetText(),
+      e.GetOffset() == kKovJsonNoOffset ? -1 : static_cast<long long>(e.GetOffset()));
 }
 
 class Layout {
@@ -301,8 +302,8 @@ class Layout {
           return;
         }
         KovJsonWalk hdrWalk = kovJsonWalkImage(bytes, prefixes);
-        CKovUp up(layout->GetCpLayout(),
-                  prefixes ? kovJsonWithoutPrefixes(bytes, hdrWalk) : bytes, "");
+        CKovUp up(layout->GetCpLayout(), prefixes ? kovJsonWithoutPrefixes(bytes, hdrWalk) : bytes,
+                  "");
         up.FullUnpack();
         walk = prefixes ? kovJsonWalkFieldsWithPrefixes(*layout, up, hdrWalk)
                         : kovJsonWalkFields(*layout, up);

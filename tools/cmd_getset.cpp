@@ -90,7 +90,9 @@ std::vector<KovToolCommand> kovToolAddGetSet(CLI::App& app) {
       "Change values of an image by path and pack it again (exit 2 for a bad path or value)");
   set->add_option("LAYOUT", args->layout, "The layout file (JSON)")->required();
   set->add_option("IMAGE", args->image, "The image file")->required();
-  set->add_option("ASSIGNMENTS", args->assignments, "PATH=VALUE, VALUE as in a values file: JSON, a name, a decimal or a plain string")
+  set->add_option(
+         "ASSIGNMENTS", args->assignments,
+         "PATH=VALUE, VALUE as in a values file: JSON, a name, a decimal or a plain string")
       ->required();
   set->add_option("-o,--output", args->out, "The image file to write ('-': standard output)")
       ->required();
