@@ -9,8 +9,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string jsonQuoted(const std::string& utf8) { return Json(utf8).dump(); }
-
 class Walker {
  public:
   Walker(const CKovJsonLayout& layout, const CKovUp& up, KovJsonFieldWalk& walk)
@@ -199,47 +197,8 @@ class Walker {
   }
 
   void Primitive(const KovJsonField& f, const CKovField* v, KovJsonNode& n) {
-    if (v->IsNumber()) {
-      uint32_t x = static_cast<const CKovNumField*>(v)->GetValue();
-      n.value = x;
-      n.text = std::to_string(x);
-    } else if (v->IsChar()) {
-      uint16_t code = static_cast<const CKovCharField*>(v)->GetValue();
-      if (code >= 0x20 && code < 0x7F) {
-        n.value = std::string(1, static_cast<char>(code));
-        n.text = "'" + n.value.get<std::string>() + "'";
-      } else {
-        n.value = code;
-        n.text = kovFormat("0x%02X", code);
-      }
-    } else if (v->IsString()) {
-      std::string s = kovJsonUtf8FromLatin1(static_cast<const CKovStrField*>(v)->GetValue());
-      n.text = jsonQuoted(s);
-      n.value = std::move(s);
-    } else if (v->IsKovName()) {
-      uint32_t name = static_cast<const CKovNameField*>(v)->GetValue();
-      n.value = KovName(f, name);
-      n.text = n.value.is_object()
-                   ? kovFormat("%s[%u]", n.value["block"].get<std::string>().c_str(),
-                               n.value["instance"].get<uint32_t>())
-                   : kovFormat("0x%08X", name);
-    }
-  }
-
-  // A reference to an instance the image holds reads as {"block", "instance"}, as in a values
-  // file; anything else, 0 included, as the number.
-  Json KovName(const KovJsonField& f, uint32_t name) const {
-    if (f.bits != 32 || name == 0) return name;
-    const KovJsonBlock* blk = layout.FindBlockByKovType(static_cast<uint16_t>(name >> 16));
-    if (blk == nullptr || blk->kind == KovJsonBlkKind::DistKls) return name;
-    uint32_t id = name & 0xFFFF;
-    uint32_t instance = blk->multi ? id + 1 : (id == blk->kovID ? 1 : 0);
-    const CKovUpStdBlk* read = up.GetUnpackedBlk(blk->id);
-    if (instance == 0 || read == nullptr || instance > read->GetBlkInstanceQty()) return name;
-    Json ref = Json::object();
-    ref["block"] = blk->name;
-    ref["instance"] = instance;
-    return ref;
+    n.value = kovJsonUnpackedValue(layout, up, f, v);
+    n.text = kovJsonValueText(f, n.value);
   }
 
   const CKovJsonLayout& layout;
@@ -296,6 +255,23 @@ std::vector<int> kovJsonValuesInImageOrder(const KovJsonFieldWalk& walk) {
   std::stable_sort(order.begin(), order.end(),
                    [&](int a, int b) { return walk.nodes[a].bitIndex < walk.nodes[b].bitIndex; });
   return order;
+}
+
+std::string kovJsonValueText(const KovJsonField& f, const Json& value) {
+  switch (f.kind) {
+    case KovJsonKind::Char:
+      return value.is_string() ? "'" + value.get<std::string>() + "'"
+                               : kovFormat("0x%02X", value.get<uint32_t>());
+    case KovJsonKind::Name:
+      return value.is_object() ? kovFormat("%s[%u]", value["block"].get<std::string>().c_str(),
+                                           value["instance"].get<uint32_t>())
+                               : kovFormat("0x%08X", value.get<uint32_t>());
+    case KovJsonKind::Number:
+      // An enum name or a decimal text stands bare; numbers and lists of flags as JSON.
+      return value.is_string() ? value.get<std::string>() : value.dump();
+    default:
+      return value.dump();
+  }
 }
 
 std::string kovJsonRawBits(const std::vector<uint8_t>& bytes, uint64_t bitIndex, uint32_t bits) {

@@ -11,7 +11,7 @@
 // Paths speak the user's words: block and field names joined by '.', instances and list entries
 // counted from 1 in brackets, the option of a union as one more name:
 //   General.Volume                      a block with one instance
-//   Channel bank[2].Channels[1].Mode.Analog.Rx step
+//   Channel bank[2].Channels[1].Mode.Analog.Rx frequency
 // A multi-instance block always carries its instance number, even with one instance.
 //
 // Places. bitIndex is the linear bit index in the image of the first bit (byte × 8 + 7 − MSB),
@@ -41,7 +41,7 @@ enum class KovJsonNodeKind { Instance, Value, List, Entry, Union, Option };
 struct KovJsonNode {
   KovJsonNodeKind kind = KovJsonNodeKind::Value;
   std::string path;
-  std::string name;  // the last step of the path: "Rx step", "Channels[1]", "Analog"
+  std::string name;  // the last step of the path: "Rx frequency", "Channels[1]", "Analog"
   int parent = -1;   // index of the parent node; -1 for an Instance
   int depth = 0;     // 0 for an Instance
   const KovJsonBlock* blk = nullptr;
@@ -53,8 +53,8 @@ struct KovJsonNode {
   uint32_t bits = 0;
   int hdr = -1;
   std::string raw;               // Value: the raw bits in hex
-  nlohmann::ordered_json value;  // Value: as a values file writes it
-  std::string text;              // a short form of the value for people
+  nlohmann::ordered_json value;  // Value: as a values file writes it (kovJsonUnpackedValue)
+  std::string text;              // a short form of the value for people (kovJsonValueText)
 };
 
 // Every header of the image, named from the layout.
@@ -90,6 +90,12 @@ KovJsonFieldWalk kovJsonWalkFieldsWithPrefixes(const CKovJsonLayout& layout, con
 
 // The Value nodes' indexes sorted by their first bit (ties in tree order).
 std::vector<int> kovJsonValuesInImageOrder(const KovJsonFieldWalk& walk);
+
+// The short form of a value of field f for people: an enum name or decimal text bare
+// ("High", "145.500"), a list of flags as JSON (["Scan"]), a character quoted ('U', or 0x07
+// when it does not print), a string as JSON ("Charly"), a reference as "Channel bank[2]" (else
+// 0x00090001), a number as its digits.
+std::string kovJsonValueText(const KovJsonField& f, const nlohmann::ordered_json& value);
 
 // The raw bits [bitIndex, bitIndex + bits) of bytes as hex digits; "" when they run past the end.
 std::string kovJsonRawBits(const std::vector<uint8_t>& bytes, uint64_t bitIndex, uint32_t bits);

@@ -92,19 +92,21 @@ TEST(FieldWalk, ReportedBitsAreExactlyWhereEachValueLies) {
         continue;
       }
       EXPECT_NE(a.value, b.value);
-      // Numbers: the value the core read is the complement of the one before.
-      if (a.value.is_number() && a.bits <= 32) {
+      // The bits read are the complement of those before; a plain number is its raw bits.
+      if (a.bits <= 32) {
         uint64_t mask = (uint64_t{1} << a.bits) - 1;
-        EXPECT_EQ(b.value.get<uint64_t>(), a.value.get<uint64_t>() ^ mask);
-        EXPECT_EQ(std::stoull(a.raw, nullptr, 16), a.value.get<uint64_t>());
+        EXPECT_EQ(std::stoull(b.raw, nullptr, 16), std::stoull(a.raw, nullptr, 16) ^ mask);
+        if (a.field->kind == KovJsonKind::Number && a.field->format.IsPlain()) {
+          EXPECT_EQ(std::stoull(a.raw, nullptr, 16), a.value.get<uint64_t>());
+        }
       }
     }
     ++tested;
   }
   // All but the 10 quantity and discriminant values of the sample (2 channel counts, 4 kinds,
   // 2 member counts, the scan count and the rx groups less one).
-  EXPECT_EQ(values, 91u);
-  EXPECT_EQ(tested, 81u);
+  EXPECT_EQ(values, 93u);
+  EXPECT_EQ(tested, 83u);
 }
 
 TEST(FieldWalk, PathsInstancesAndSpans) {
@@ -120,8 +122,10 @@ TEST(FieldWalk, PathsInstancesAndSpans) {
     return nullptr;
   };
   // Hand-read from tools/testdata/radio.headers.txt and the layout: Channel bank[2] has its
-  // header at 0x65, its data at 0x6B; Channels[1] starts at data byte 1, Rx step at entry
-  // byte 9 + 0; Wide at entry byte 11, MSB 5. Hang time floats behind the 3 two-byte entries.
+  // header at 0x65, its data at 0x6B; Channels[1] starts at data byte 1, Rx frequency at entry
+  // byte 9 + 0; Wide at entry byte 11, MSB 5; Frequency trim at entry byte 12. Hang time floats
+  // behind the 3 two-byte entries. Texts are the values file's: names, flags, exact decimals
+  // (145.500 / 0.005 = 29100), a number where no name has it (Power 3).
   struct Case {
     const char* path;
     KovJsonNodeKind kind;
@@ -130,14 +134,21 @@ TEST(FieldWalk, PathsInstancesAndSpans) {
     const char* text;
   } cases[] = {
       {"Channel bank[2]", KovJsonNodeKind::Instance, 0x65 * 8, (6 + 17) * 8, "instance 2"},
-      {"Channel bank[2].Channels", KovJsonNodeKind::List, 0x6C * 8, 12 * 8 - 5, "1 entry"},
-      {"Channel bank[2].Channels[1]", KovJsonNodeKind::Entry, 0x6C * 8, 12 * 8 - 5, ""},
-      {"Channel bank[2].Channels[1].Mode", KovJsonNodeKind::Union, 0x75 * 8, 19, "Analog"},
+      {"Channel bank[2].Channels", KovJsonNodeKind::List, 0x6C * 8, 13 * 8, "1 entry"},
+      {"Channel bank[2].Channels[1]", KovJsonNodeKind::Entry, 0x6C * 8, 13 * 8, ""},
+      {"Channel bank[2].Channels[1].Kind", KovJsonNodeKind::Value, 0x6C * 8, 8, "Analog"},
+      {"Channel bank[2].Channels[1].Mode", KovJsonNodeKind::Union, 0x75 * 8, 32, "Analog"},
       {"Channel bank[2].Channels[1].Mode.Analog.Wide", KovJsonNodeKind::Value, 0x77 * 8 + 2, 1,
        "0"},
+      {"Channel bank[2].Channels[1].Mode.Analog.Power", KovJsonNodeKind::Value, 0x77 * 8, 2, "3"},
+      {"Channel bank[1].Channels[1].Mode.Analog.Rx frequency", KovJsonNodeKind::Value, 0x42 * 8,
+       16, "145.500"},
+      {"Channel bank[1].Channels[1].Mode.Analog.Frequency trim", KovJsonNodeKind::Value,
+       0x45 * 8, 8, "-3"},
+      {"Zone[1].Zone options", KovJsonNodeKind::Value, 0x8B * 8, 8, "[\"Scan\"]"},
       {"General.Key lock", KovJsonNodeKind::Value, 0x1F * 8 + 5, 1, "0"},
       {"General.Startup bank", KovJsonNodeKind::Value, 0x2C * 8, 32, "Channel bank[2]"},
-      {"Scan list.Hang time", KovJsonNodeKind::Value, 0xC0 * 8, 8, "30"},
+      {"Scan list.Hang time", KovJsonNodeKind::Value, 0xC0 * 8, 8, "15.0"},
       {"Device info.Band", KovJsonNodeKind::Value, 0x13 * 8, 8, "'U'"},
       {"Contacts.Contact list[5].Contact name", KovJsonNodeKind::Value, 0x15E * 8, 48,
        "\"Charly\""},
@@ -176,8 +187,8 @@ TEST(FieldWalk, RawBitsAndPathSteps) {
     const char* steps;  // name/index pairs
   } cases[] = {
       {"General.Volume", true, "General/0 Volume/0"},
-      {"Channel bank[2].Channels[11].Mode.Analog.Rx step", true,
-       "Channel bank/2 Channels/11 Mode/0 Analog/0 Rx step/0"},
+      {"Channel bank[2].Channels[11].Mode.Analog.Rx frequency", true,
+       "Channel bank/2 Channels/11 Mode/0 Analog/0 Rx frequency/0"},
       {"", false, ""},
       {"A..B", false, ""},
       {"A[0]", false, ""},

@@ -49,10 +49,10 @@ KovJsonWalk kovJsonWalkImage(const std::vector<uint8_t>& bytes, bool prefixes) {
       break;
     }
     if (inst.size > len - pos - kHdrSz) {
-      walk.damage = kovFormat(
-          "KOV name 0x%04X%04X of size %u runs %u bytes past the end of the "
-          "image",
-          inst.kovType, inst.kovID, inst.size, inst.size - (len - pos - kHdrSz));
+      uint32_t past = inst.size - (len - pos - kHdrSz);
+      walk.damage =
+          kovFormat("KOV name 0x%04X%04X of size %u runs %u byte%s past the end of the image",
+                    inst.kovType, inst.kovID, inst.size, past, past == 1 ? "" : "s");
       walk.damageOffset = pos;
       break;
     }

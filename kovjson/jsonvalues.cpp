@@ -452,6 +452,23 @@ class ValuesReader {
   KovJsonReader in;
 };
 
+// A reference to an instance the image holds reads as {"block", "instance"}; anything else, 0
+// included, as the number.
+Json kovNameValue(const CKovJsonLayout& layout, const CKovUp& up, const KovJsonField& f,
+                  uint32_t name) {
+  if (f.bits != 32 || name == 0) return name;
+  const KovJsonBlock* blk = layout.FindBlockByKovType(static_cast<uint16_t>(name >> 16));
+  if (blk == nullptr || blk->kind == KovJsonBlkKind::DistKls) return name;
+  uint32_t id = name & 0xFFFF;
+  uint32_t instance = blk->multi ? id + 1 : (id == blk->kovID ? 1 : 0);
+  const CKovUpStdBlk* read = up.GetUnpackedBlk(blk->id);
+  if (instance == 0 || read == nullptr || instance > read->GetBlkInstanceQty()) return name;
+  Json ref = Json::object();
+  ref["block"] = blk->name;
+  ref["instance"] = instance;
+  return ref;
+}
+
 // Writes the values of an unpack.
 class ValuesWriter {
  public:
@@ -490,19 +507,6 @@ class ValuesWriter {
   }
 
   Json Value(const KovJsonField& f, const CKovField* v) {
-    if (v->IsNumber()) {
-      return kovJsonNumberFromStored(f.format, f.bits,
-                                     static_cast<const CKovNumField*>(v)->GetValue());
-    }
-    if (v->IsChar()) {
-      uint16_t code = static_cast<const CKovCharField*>(v)->GetValue();
-      if (code >= 0x20 && code < 0x7F) return std::string(1, static_cast<char>(code));
-      return code;
-    }
-    if (v->IsString()) {
-      return kovJsonUtf8FromLatin1(static_cast<const CKovStrField*>(v)->GetValue());
-    }
-    if (v->IsKovName()) return KovName(f, static_cast<const CKovNameField*>(v)->GetValue());
     if (v->IsList()) {
       Json entries = Json::array();
       const CKovUpEntryList* list = static_cast<const CKovListField*>(v)->GetUpEntryList();
@@ -511,27 +515,14 @@ class ValuesWriter {
       }
       return entries;
     }
-    auto u = static_cast<const CKovUnionField*>(v);
-    const KovJsonOption* option = f.FindOption(u->GetLayoutID());
-    Json obj = Json::object();
-    if (option != nullptr) obj[option->name] = Entry(option->fields, u->GetUpEntry());
-    return obj;
-  }
-
-  // A reference to an instance the image holds reads as {"block", "instance"}; anything else, 0
-  // included, as the number.
-  Json KovName(const KovJsonField& f, uint32_t name) {
-    if (f.bits != 32 || name == 0) return name;
-    const KovJsonBlock* blk = layout.FindBlockByKovType(static_cast<uint16_t>(name >> 16));
-    if (blk == nullptr || blk->kind == KovJsonBlkKind::DistKls) return name;
-    uint32_t id = name & 0xFFFF;
-    uint32_t instance = blk->multi ? id + 1 : (id == blk->kovID ? 1 : 0);
-    const CKovUpStdBlk* read = up.GetUnpackedBlk(blk->id);
-    if (instance == 0 || read == nullptr || instance > read->GetBlkInstanceQty()) return name;
-    Json ref = Json::object();
-    ref["block"] = blk->name;
-    ref["instance"] = instance;
-    return ref;
+    if (v->IsUnion()) {
+      auto u = static_cast<const CKovUnionField*>(v);
+      const KovJsonOption* option = f.FindOption(u->GetLayoutID());
+      Json obj = Json::object();
+      if (option != nullptr) obj[option->name] = Entry(option->fields, u->GetUpEntry());
+      return obj;
+    }
+    return kovJsonUnpackedValue(layout, up, f, v);
   }
 
   const CKovJsonLayout& layout;
@@ -539,6 +530,26 @@ class ValuesWriter {
 };
 
 }  // namespace
+
+Json kovJsonUnpackedValue(const CKovJsonLayout& layout, const CKovUp& up, const KovJsonField& f,
+                          const CKovField* v) {
+  if (v->IsNumber()) {
+    return kovJsonNumberFromStored(f.format, f.bits,
+                                   static_cast<const CKovNumField*>(v)->GetValue());
+  }
+  if (v->IsChar()) {
+    uint16_t code = static_cast<const CKovCharField*>(v)->GetValue();
+    if (code >= 0x20 && code < 0x7F) return std::string(1, static_cast<char>(code));
+    return code;
+  }
+  if (v->IsString()) {
+    return kovJsonUtf8FromLatin1(static_cast<const CKovStrField*>(v)->GetValue());
+  }
+  if (v->IsKovName()) {
+    return kovNameValue(layout, up, f, static_cast<const CKovNameField*>(v)->GetValue());
+  }
+  return nullptr;
+}
 
 std::unique_ptr<KovJsonPackData> kovJsonPackData(const CKovJsonLayout& layout, const Json& values,
                                                  const std::string& file) {

@@ -53,6 +53,13 @@ std::vector<uint8_t> kovJsonPackImage(const CKovJsonLayout& layout, const KovJso
 // The values an unpack read, as a values file in layout order.
 nlohmann::ordered_json kovJsonUnpackedValues(const CKovJsonLayout& layout, const CKovUp& up);
 
+// The value v of a number, character, string or name field f that up read, as a values file
+// writes it: an enum name, a list of flags, a signed number, a decimal text, a one-character
+// string, {"block", "instance"}. Null for a list or a union. The values written by
+// kovJsonUnpackedValues and the field walk both take their values from here.
+nlohmann::ordered_json kovJsonUnpackedValue(const CKovJsonLayout& layout, const CKovUp& up,
+                                            const KovJsonField& f, const CKovField* v);
+
 // The bytes of text, a JSON string, as 8-bit characters: each code point is one byte. False when
 // a code point is above 0xFF.
 bool kovJsonLatin1FromUtf8(const std::string& text, std::string& bytes);

@@ -61,16 +61,16 @@ TEST(Salvage, NamesEachFaultWithItsOffsetAndKind) {
   } cases[] = {
       {"whole", [](Bytes&) {}, "", 13},
       {"data bit of Channel bank[1]", [](Bytes& b) { b[0x40] ^= 1; },
-       "0x000032 bad checksum: Channel bank[1]: checksum 0xCFEC, but the data gives 0xA8D9\n", 12},
+       "0x000032 bad checksum: Channel bank[1]: checksum 0x535F, but the data gives 0x346A\n", 12},
       {"size of General", [](Bytes& b) { b[0x1D] = 0x40; },
        // The size is 64: the checksum is read from the wrong place, and the next header is
        // found by the search. The lists whose quantities General holds are lost with it.
-       "0x000018 bad checksum: General: checksum 0x0000, but the data gives 0x945B\n"
+       "0x000018 bad checksum: General: checksum 0x0000, but the data gives 0x0833\n"
        "0x0000B4 unreadable: Scan list: 1 sound instance left out: Unable to determine address "
        "of one or more fields in the image.\n"
-       "0x0000C3 unreadable: Rx groups: 1 sound instance left out: List Rx group list in block "
-       "Rx groups [1] takes its quantity from block General [1], which the image does not hold "
-       "before it.\n",
+       "0x0000C3 unreadable: Rx groups: 1 sound instance left out: List 'Rx group list' in "
+       "block 'Rx groups' [1] takes its quantity from block 'General' [1], which the image does "
+       "not hold before it.\n",
        10},
       {"KOV type of Zone[2]", [](Bytes& b) { b[0x9D] = 0x44; },
        "0x00009D unknown KOV name: KOV name 0x44010001 is not one of the layout\n", 12},
@@ -87,9 +87,9 @@ TEST(Salvage, NamesEachFaultWithItsOffsetAndKind) {
        "bytes left)\n"
        "0x0000B4 unreadable: Scan list: 1 sound instance left out: Unable to determine address "
        "of one or more fields in the image.\n"
-       "0x0000C3 unreadable: Rx groups: 1 sound instance left out: List Rx group list in block "
-       "Rx groups [1] takes its quantity from block General [1], which the image does not hold "
-       "before it.\n",
+       "0x0000C3 unreadable: Rx groups: 1 sound instance left out: List 'Rx group list' in "
+       "block 'Rx groups' [1] takes its quantity from block 'General' [1], which the image does "
+       "not hold before it.\n",
        10},
       {"empty", [](Bytes& b) { b.clear(); }, "0x000000 truncated: the image is empty\n", 0},
       {"truncated inside an instance", [](Bytes& b) { b.resize(0x9D + 10); },

@@ -43,9 +43,16 @@ class Layout:
     def tree(self) -> str:
         """The layout's partitions, blocks and fields as an indented text tree."""
     def pack(self, values: Values, *, prefixes: bool = False) -> bytes:
-        """Packs a values dict into image bytes; raises ValuesError. Releases the GIL."""
-    def unpack(self, data: Buffer, *, prefixes: bool = False) -> Values:
-        """Unpacks image bytes into a values dict; raises ImageError. Releases the GIL."""
+        """Packs a values dict into image bytes; a scaled decimal may be a str or a
+        decimal.Decimal. Raises ValuesError. Releases the GIL."""
+    def unpack(self, data: Buffer, *, prefixes: bool = False, lenient: bool = False) -> Values:
+        """Unpacks image bytes into a values dict as a values file writes it (an enum's name, a
+        list of flag names, a scaled decimal as its exact str such as '145.500'). Raises
+        ImageError in the layout's words; unless lenient, also for an image that breaks its
+        own layout. Releases the GIL."""
+    def dump(self, data: Buffer, *, prefixes: bool = False) -> List[Dict[str, Any]]:
+        """Every value in image order: dicts of path, block, instance, offset, msb, bits, raw
+        (hex digits) and value (as unpack gives it). Raises ImageError. Releases the GIL."""
     @property
     def file(self) -> str:
         """The file the layout was loaded from ('<string>' for from_json)."""

@@ -4,7 +4,9 @@
 // shape: block name -> instance dict or list of them) into image bytes and unpacks bytes,
 // bytearrays and memoryviews back into such dicts. Failures raise subclasses of kov.Error that
 // carry the library's text and where it happened: LayoutError and ValuesError the file name and
-// the JSON pointer, ImageError the byte offset when one is known. The library's exception
+// the JSON pointer, ImageError the byte offset when one is known. unpack and dump read an image
+// as kovtool does (kovJsonUnpackFile): faults in the layout's words, strict unless lenient. The
+// conversion of Python values to and from JSON is in pyvalues.h. The library's exception
 // pointers are caught and deleted here; nothing but a Python exception leaves a call.
 //
 // Threads: the GIL is released while the library loads, packs, unpacks and walks, so threads
@@ -18,16 +20,18 @@
 
 #include <cstdio>
 #include <memory>
-#include <regex>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "kov/kov.h"
+#include "kovjson/fieldwalk.h"
+#include "kovjson/imagecheck.h"
 #include "kovjson/imagewalk.h"
 #include "kovjson/jsonlayout.h"
 #include "kovjson/jsonread.h"
 #include "kovjson/jsonvalues.h"
+#include "python/pyvalues.h"
 
 namespace py = pybind11;
 
@@ -152,161 +156,6 @@ void warnAll(const std::vector<std::string>& texts) {
   }
 }
 
-// Python values to JSON. Dict keys must be strings; ints become JSON integers, floats numbers,
-// bools booleans, None null; lists and tuples arrays. Anything else is a ValuesError at its
-// pointer.
-[[noreturn]] void failValue(const std::string& at, const std::string& text) {
-  raise(Failure{FailKind::Values, text, "<values>", at, true, -1});
-}
-
-// Where a value sits, built into a JSON pointer only when a value is refused.
-struct Place {
-  const Place* parent = nullptr;
-  PyObject* key = nullptr;  // a member name (borrowed), or null for an array index
-  size_t index = 0;
-  int depth = 0;
-
-  std::string Pointer() const {
-    if (parent == nullptr) return "";
-    std::string up = parent->Pointer();
-    if (key == nullptr) return kovJsonPointerTo(up, index);
-    return kovJsonPointerTo(up, py::reinterpret_borrow<py::str>(key).cast<std::string>());
-  }
-};
-
-std::string typeName(PyObject* o) { return Py_TYPE(o)->tp_name; }
-
-Json toJson(PyObject* o, const Place& at) {
-  // The layout format nests lists and unions 8 deep; 64 leaves room and stops a cycle.
-  if (at.depth > 64)
-    failValue(at.Pointer(), "nested too deep (a dict or list that contains itself?)");
-  if (o == Py_None) return Json();
-  if (PyBool_Check(o)) return Json(o == Py_True);
-  if (PyLong_Check(o)) {
-    int overflow = 0;
-    long long n = PyLong_AsLongLongAndOverflow(o, &overflow);
-    if (overflow == 0) {
-      if (n == -1 && PyErr_Occurred()) throw py::error_already_set();
-      // Non-negative numbers as the parser gives them: unsigned, which the reader expects.
-      if (n >= 0) return Json(static_cast<uint64_t>(n));
-      return Json(static_cast<int64_t>(n));
-    }
-    unsigned long long u = overflow > 0 ? PyLong_AsUnsignedLongLong(o) : 0;
-    if (overflow < 0 || (u == static_cast<unsigned long long>(-1) && PyErr_Occurred())) {
-      PyErr_Clear();
-      failValue(at.Pointer(), "the number " + py::str(o).cast<std::string>() + " is out of range");
-    }
-    return Json(static_cast<uint64_t>(u));
-  }
-  // A fraction goes on to the reader, which refuses it where a whole number belongs.
-  if (PyFloat_Check(o)) return Json(PyFloat_AS_DOUBLE(o));
-  if (PyUnicode_Check(o)) {
-    Py_ssize_t size = 0;
-    const char* text = PyUnicode_AsUTF8AndSize(o, &size);
-    if (text == nullptr) {
-      PyErr_Clear();
-      failValue(at.Pointer(), "the string can't be encoded as UTF-8");
-    }
-    return Json(std::string(text, static_cast<size_t>(size)));
-  }
-  if (PyDict_Check(o)) {
-    Json obj = Json::object();
-    // A dict's keys are unique: members go straight to the end of the ordered map, without
-    // its search for an existing key.
-    using Members = std::vector<std::pair<const std::string, Json>>;
-    Members& members = static_cast<Members&>(*obj.get_ptr<Json::object_t*>());
-    members.reserve(static_cast<size_t>(PyDict_Size(o)));
-    PyObject* key;
-    PyObject* value;
-    Py_ssize_t pos = 0;
-    while (PyDict_Next(o, &pos, &key, &value)) {
-      if (!PyUnicode_Check(key)) {
-        failValue(at.Pointer(), "a key must be a string, not " + typeName(key));
-      }
-      Py_ssize_t size = 0;
-      const char* name = PyUnicode_AsUTF8AndSize(key, &size);
-      if (name == nullptr) {
-        PyErr_Clear();
-        failValue(at.Pointer(), "a key can't be encoded as UTF-8");
-      }
-      Place inner{&at, key, 0, at.depth + 1};
-      members.emplace_back(std::string(name, static_cast<size_t>(size)), toJson(value, inner));
-    }
-    return obj;
-  }
-  if (PyList_Check(o) || PyTuple_Check(o)) {
-    Json arr = Json::array();
-    Json::array_t& items = *arr.get_ptr<Json::array_t*>();
-    // The conversion runs no Python code that could change the list; the size is read each
-    // step all the same.
-    bool isList = PyList_Check(o);
-    for (Py_ssize_t i = 0; i < (isList ? PyList_GET_SIZE(o) : PyTuple_GET_SIZE(o)); ++i) {
-      PyObject* item = isList ? PyList_GET_ITEM(o, i) : PyTuple_GET_ITEM(o, i);
-      Place inner{&at, nullptr, static_cast<size_t>(i), at.depth + 1};
-      items.push_back(toJson(item, inner));
-    }
-    return arr;
-  }
-  failValue(at.Pointer(),
-            "a value must be a dict, list, str, int, float, bool or None, not " + typeName(o));
-}
-
-// JSON to Python: objects become dicts in their order, arrays lists, numbers ints. Member names
-// repeat in every instance and entry, so each distinct name is made a str once per call.
-class ToPy {
- public:
-  py::object Convert(const Json& j) {
-    switch (j.type()) {
-      case Json::value_t::object: {
-        py::object d = checked(PyDict_New());
-        for (auto it = j.begin(); it != j.end(); ++it) {
-          py::object value = Convert(it.value());
-          if (PyDict_SetItem(d.ptr(), Key(it.key()), value.ptr()) != 0) {
-            throw py::error_already_set();
-          }
-        }
-        return d;
-      }
-      case Json::value_t::array: {
-        py::object l = checked(PyList_New(static_cast<Py_ssize_t>(j.size())));
-        Py_ssize_t i = 0;
-        for (const Json& e : j) PyList_SET_ITEM(l.ptr(), i++, Convert(e).release().ptr());
-        return l;
-      }
-      case Json::value_t::string: {
-        const std::string& s = j.get_ref<const std::string&>();
-        return checked(PyUnicode_FromStringAndSize(s.data(), static_cast<Py_ssize_t>(s.size())));
-      }
-      case Json::value_t::number_unsigned:
-        return checked(PyLong_FromUnsignedLongLong(j.get<uint64_t>()));
-      case Json::value_t::number_integer:
-        return checked(PyLong_FromLongLong(j.get<int64_t>()));
-      case Json::value_t::number_float:
-        return checked(PyFloat_FromDouble(j.get<double>()));
-      case Json::value_t::boolean:
-        return py::bool_(j.get<bool>());
-      default:
-        return py::none();
-    }
-  }
-
- private:
-  // Takes a new reference; null (Python failed, out of memory) throws.
-  static py::object checked(PyObject* o) {
-    if (o == nullptr) throw py::error_already_set();
-    return py::reinterpret_steal<py::object>(o);
-  }
-
-  // A borrowed reference to the str of name, kept in keys.
-  PyObject* Key(const std::string& name) {
-    auto it = keys.find(name);
-    if (it == keys.end()) it = keys.emplace(name, py::str(name)).first;
-    return it->second.ptr();
-  }
-
-  std::unordered_map<std::string, py::object> keys;
-};
-
 // A C-contiguous buffer (bytes, bytearray, memoryview, ...), held while this object lives.
 class BufferView {
  public:
@@ -332,22 +181,10 @@ std::vector<uint8_t> bytesOf(const py::buffer& data) {
   return std::vector<uint8_t>(view.begin(), view.end());
 }
 
-// The byte offset a library text names ("... at offset 12 ..."), else that of the first instance
-// of a KOV type the layout lacks or whose checksum is wrong, else of the place the header walk
-// stops; -1 when none is found.
-long long offsetOfFault(const std::string& text, const std::vector<uint8_t>& bytes,
-                        const CKovJsonLayout& layout) {
-  static const std::regex kAtOffset("offset (\\d+)");
-  std::smatch m;
-  if (std::regex_search(text, m, kAtOffset)) return std::stoll(m[1].str());
-  KovJsonWalk walk = kovJsonWalkImage(bytes, false);
-  for (const KovJsonInstance& inst : walk.instances) {
-    if (layout.FindBlockByKovType(inst.kovType) == nullptr || inst.storedCrc != inst.dataCrc) {
-      return inst.offset;
-    }
-  }
-  if (!walk.damage.empty()) return walk.damageOffset;
-  return -1;
+Failure imageFailure(const KovJsonImageError& e) {
+  return textFailure(
+      FailKind::Image, e.GetText(),
+      e.GetOffset() == kKovJsonNoOffset ? -1 : static_cast<long long>(e.GetOffset()));
 }
 
 class Layout {
@@ -393,8 +230,15 @@ class Layout {
   std::string Tree() const { return CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout()); }
 
   py::bytes Pack(py::handle values, bool prefixes) const {
-    if (!PyDict_Check(values.ptr())) failValue("", "the values must be a dict of blocks");
-    Json json = toJson(values.ptr(), Place());
+    Json json;
+    try {
+      if (!PyDict_Check(values.ptr())) {
+        throw KovJsonError("<values>", "", "the values must be a dict of blocks");
+      }
+      json = kovPyToJson(values.ptr());
+    } catch (const KovJsonError& e) {
+      raise(Failure{FailKind::Values, e.GetText(), e.GetFile(), e.GetPointer(), true, -1});
+    }
     std::vector<uint8_t> bytes;
     Failure fail;
     {
@@ -415,7 +259,9 @@ class Layout {
     return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   }
 
-  py::object Unpack(const py::buffer& data, bool prefixes) const {
+  // The unpack of kovtool: faults in the layout's words at the offset of their block instance,
+  // and, unless lenient, the refusal of an image that breaks its own layout.
+  py::object Unpack(const py::buffer& data, bool prefixes, bool lenient) const {
     std::vector<uint8_t> bytes = bytesOf(data);
     Json values;
     Failure fail, refused;
@@ -424,31 +270,65 @@ class Layout {
       py::gil_scoped_release nogil;
       MessageCapture capture;
       fail = guarded(FailKind::Image, [&] {
-        if (prefixes) {
-          KovJsonWalk walk = kovJsonWalkImage(bytes, true);
-          if (!walk.damage.empty()) {
-            refused = textFailure(FailKind::Image, walk.damage, walk.damageOffset);
-            return;
-          }
-          bytes = kovJsonWithoutPrefixes(bytes, walk);
+        try {
+          values = kovJsonUnpackFile(*layout, bytes, prefixes, "<image>", "", !lenient);
+        } catch (const KovJsonImageError& e) {
+          refused = imageFailure(e);
         }
-        if (bytes.empty()) {
-          refused = textFailure(FailKind::Image, "the image is empty");
-          return;
-        }
-        CKovUp up(layout->GetCpLayout(), bytes, "");
-        up.FullUnpack();
-        values = kovJsonUnpackedValues(*layout, up);
       });
       if (!fail) fail = refused;
-      if (fail.kind == FailKind::Image && fail.offset < 0 && !prefixes && !bytes.empty()) {
-        fail.offset = offsetOfFault(fail.text, bytes, *layout);
-      }
       warnings = std::move(capture.texts);
     }
     if (fail) raise(fail);
     warnAll(warnings);
-    return ToPy().Convert(values);
+    return KovPyToPy().Convert(values);
+  }
+
+  // Every value of an image with its place, from the field walk of a lenient unpack.
+  py::list Dump(const py::buffer& data, bool prefixes) const {
+    std::vector<uint8_t> bytes = bytesOf(data);
+    KovJsonFieldWalk walk;
+    Failure fail, refused;
+    std::vector<std::string> warnings;
+    {
+      py::gil_scoped_release nogil;
+      MessageCapture capture;
+      fail = guarded(FailKind::Image, [&] {
+        try {
+          // Refuses what the library refuses, in the layout's words.
+          kovJsonUnpackFile(*layout, bytes, prefixes, "<image>", "", false);
+        } catch (const KovJsonImageError& e) {
+          refused = imageFailure(e);
+          return;
+        }
+        KovJsonWalk hdrWalk = kovJsonWalkImage(bytes, prefixes);
+        CKovUp up(layout->GetCpLayout(), prefixes ? kovJsonWithoutPrefixes(bytes, hdrWalk) : bytes,
+                  "");
+        up.FullUnpack();
+        walk = prefixes ? kovJsonWalkFieldsWithPrefixes(*layout, up, hdrWalk)
+                        : kovJsonWalkFields(*layout, up);
+      });
+      if (!fail) fail = refused;
+      warnings = std::move(capture.texts);
+    }
+    if (fail) raise(fail);
+    warnAll(warnings);
+    KovPyToPy toPy;
+    py::list out;
+    for (int i : kovJsonValuesInImageOrder(walk)) {
+      const KovJsonNode& n = walk.nodes[i];
+      py::dict r;
+      r["path"] = textOf(n.path);
+      r["block"] = textOf(n.blk->name);
+      r["instance"] = n.instance;
+      r["offset"] = n.bitIndex / 8;
+      r["msb"] = 7 - n.bitIndex % 8;
+      r["bits"] = n.bits;
+      r["raw"] = n.raw;
+      r["value"] = toPy.Convert(n.value);
+      out.append(std::move(r));
+    }
+    return out;
   }
 
   const CKovJsonLayout& Get() const { return *layout; }
@@ -576,14 +456,27 @@ PYBIND11_MODULE(kov, m) {
            "The layout's partitions, blocks and fields as an indented text tree.")
       .def("pack", &Layout::Pack, py::arg("values"), py::kw_only(), py::arg("prefixes") = false,
            "Packs values, a dict shaped like a values file (block name -> dict of fields, or a "
-           "list of them for a multi-instance block), into image bytes. With prefixes, every "
+           "list of them for a multi-instance block), into image bytes. A scaled decimal may be "
+           "a str or a decimal.Decimal (taken as its exact text). With prefixes, every "
            "block instance has its partition number (2 bytes) in front. Raises ValuesError with "
            "the JSON pointer of the first wrong value. Releases the GIL while packing.")
       .def("unpack", &Layout::Unpack, py::arg("data"), py::kw_only(), py::arg("prefixes") = false,
+           py::arg("lenient") = false,
            "Unpacks an image (bytes, bytearray, memoryview or any C-contiguous buffer) into a "
            "dict shaped like a values file, in layout order; pack() of that dict gives the same "
-           "bytes. Raises ImageError (with offset when one is known) for an image the library "
-           "refuses. Releases the GIL while unpacking.")
+           "bytes. Values are as a values file writes them: int, an enum's name (str), a list of "
+           "flag names, a scaled decimal as its exact text (str, such as '145.500'; "
+           "decimal.Decimal(text) reads it exactly), a one-character str, {'block', 'instance'} "
+           "for a reference. Raises ImageError (text in the layout's words, offset of the block "
+           "instance at fault when one is known) for an image the library refuses and, unless "
+           "lenient, for one that breaks its own layout (a KOV name given twice, values that do "
+           "not pack back to the same bytes). Releases the GIL while unpacking.")
+      .def("dump", &Layout::Dump, py::arg("data"), py::kw_only(), py::arg("prefixes") = false,
+           "Every value of an image in image order, as a list of dicts: path ('Channel bank[2]."
+           "Channels[1].Kind'), block, instance (from 1), offset (of the value's first byte), msb "
+           "(of its first bit there, 7 the top), bits, raw (the bits as hex digits) and value (as "
+           "unpack() gives it). Raises ImageError as a lenient unpack() does. Releases the GIL "
+           "while unpacking.")
       .def_property_readonly(
           "file", [](const Layout& l) { return textOf(l.Get().GetFile(), "surrogateescape"); },
           "The file the layout was loaded from ('<string>' for from_json).")

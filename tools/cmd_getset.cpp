@@ -2,8 +2,10 @@
 //
 // get prints the value at a path as JSON: a value as in a values file, a list, entry, union or
 // block instance as the values under it. set unpacks the image into values, changes each
-// PATH=VALUE (VALUE is JSON when it parses as JSON, else a string), packs the values again, so
-// sizes, quantities, links and checksums follow, and prints each change as the image now reads.
+// PATH=VALUE, packs the values again, so sizes, quantities, links and checksums follow, and
+// prints each change as the image now reads. A VALUE is written as in a values file: a number,
+// an enum name (Power=High), a decimal text (Rx frequency=146.520), a list of flags
+// (Zone options='["Scan"]'), a string.
 #include "tools/cmd_getset.h"
 
 #include <CLI/CLI.hpp>
@@ -25,9 +27,11 @@ void countNote(const std::string& text) {
   std::fprintf(stderr, "note: %s\n", text.c_str());
 }
 
+// A VALUE is JSON when it parses as JSON, else a string. A number with a fraction is kept as its
+// text, the exact decimal a scaled field takes ("146.520"); no field takes a binary fraction.
 Json parseValue(const std::string& text) {
   Json v = Json::parse(text, nullptr, false);
-  return v.is_discarded() ? Json(text) : v;
+  return v.is_discarded() || v.is_number_float() ? Json(text) : v;
 }
 
 std::string shown(const KovJsonFieldWalk& walk, const std::string& path) {
@@ -86,7 +90,9 @@ std::vector<KovToolCommand> kovToolAddGetSet(CLI::App& app) {
       "Change values of an image by path and pack it again (exit 2 for a bad path or value)");
   set->add_option("LAYOUT", args->layout, "The layout file (JSON)")->required();
   set->add_option("IMAGE", args->image, "The image file")->required();
-  set->add_option("ASSIGNMENTS", args->assignments, "PATH=VALUE, VALUE in JSON or a plain string")
+  set->add_option(
+         "ASSIGNMENTS", args->assignments,
+         "PATH=VALUE, VALUE as in a values file: JSON, a name, a decimal or a plain string")
       ->required();
   set->add_option("-o,--output", args->out, "The image file to write ('-': standard output)")
       ->required();

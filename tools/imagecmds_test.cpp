@@ -97,7 +97,7 @@ TEST(Dump, SampleMatchesItsGoldenTableAndJsonAgrees) {
   Json j = Json::parse(json.out);
   EXPECT_EQ(j["imageSize"], 422);
   EXPECT_EQ(j["headers"].size(), 13u);
-  ASSERT_EQ(j["values"].size(), 91u);
+  ASSERT_EQ(j["values"].size(), 93u);
   // General.Key lock floats behind Beep: byte 0x1F, MSB 2 (hand-read from the layout).
   Json keyLock;
   for (const Json& v : j["values"]) {
@@ -120,8 +120,10 @@ TEST(GetSet, GetPrintsValuesAndSetRepacksWithQuantitiesAndChecksums) {
       {"get L I 'Zone[2].Members[1].Bank'", 0,
        "{\n  \"block\": \"Channel bank\",\n  \"instance\": 2\n}\n"},
       {"get L I 'Channel bank[2].Channels[1].Mode'", 0,
-       "{\n  \"Analog\": {\n    \"Rx step\": 250,\n    \"Power\": 3,\n    \"Wide\": 0\n  }\n}\n"},
-      {"get L V 'Scan list.Hang time'", 0, "30\n"},
+       "{\n  \"Analog\": {\n    \"Rx frequency\": \"156.800\",\n    \"Power\": 3,\n    "
+       "\"Wide\": 0,\n    \"Frequency trim\": 0\n  }\n}\n"},
+      {"get L I 'Channel bank[1].Channels[1].Mode.Analog.Power'", 0, "\"High\"\n"},
+      {"get L V 'Scan list.Hang time'", 0, "\"15.0\"\n"},
       {"get L I 'General.Volum'", 1, "kovtool: I: no value at 'General.Volum'\n"},
       {"set L I 'General.Volume=16' -o O", 2,
        "kovtool: I: /General/Volume: must be a whole number from 0 to 15, not 16\n"},
@@ -139,14 +141,24 @@ TEST(GetSet, GetPrintsValuesAndSetRepacksWithQuantitiesAndChecksums) {
        "kovtool: Channel bank[1].Channels[1].Mode.FM.Power: union 'Mode' has no option 'FM'; it "
        "has 'Analog', 'Digital'\n"},
       {"set L I 'General.Volume' -o O", 2, "kovtool: 'General.Volume': give PATH=VALUE\n"},
+      {"set L I 'Channel bank[1].Channels[1].Mode.Analog.Rx frequency=145.5025' -o O", 2,
+       "kovtool: I: /Channel bank/0/Channels/0/Mode/Analog/Rx frequency: has more digits behind "
+       "the point than the field's step: \"145.5025\"\n"},
+      {"set L I 'Channel bank[1].Channels[1].Mode.Analog.Power=Max' -o O", 2,
+       "kovtool: I: /Channel bank/0/Channels/0/Mode/Analog/Power: must be one of 'Low', 'Mid', "
+       "'High' or a number; not \"Max\"\n"},
       {"set L I 'General.Volume=10' 'Messages.Message list[3].Text=Late' "
-       "'Channel bank[1].Channels[2].Kind=1' "
-       "'Channel bank[1].Channels[2].Mode.Analog.Rx step=250' -o O",
+       "'Channel bank[1].Channels[2].Kind=Analog' "
+       "'Channel bank[1].Channels[2].Mode.Analog.Rx frequency=146.520' "
+       "'Channel bank[1].Channels[2].Mode.Analog.Frequency trim=-2' "
+       "'Zone[2].Zone options=[\"Priority\"]' -o O",
        0,
        "General.Volume: 9 -> 10\n"
        "Messages.Message list[3].Text: (none) -> \"Late\"\n"
-       "Channel bank[1].Channels[2].Kind: 2 -> 1\n"
-       "Channel bank[1].Channels[2].Mode.Analog.Rx step: (none) -> 250\n"},
+       "Channel bank[1].Channels[2].Kind: Digital -> Analog\n"
+       "Channel bank[1].Channels[2].Mode.Analog.Rx frequency: (none) -> 146.520\n"
+       "Channel bank[1].Channels[2].Mode.Analog.Frequency trim: (none) -> -2\n"
+       "Zone[2].Zone options: [] -> [\"Priority\"]\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args);
@@ -186,8 +198,9 @@ TEST(Diff, ReportsChangesAddedAndRemovedEntriesAndInstances) {
   values["Zone"].erase(1);
   values["Messages"]["Message list"].erase(1);
   values["Channel bank"][0]["Channels"][0]["Channel name"] = "Call";
-  values["Channel bank"][0]["Channels"][1]["Kind"] = 1;
-  values["Channel bank"][0]["Channels"][1]["Mode"] = {{"Analog", {{"Rx step", 5}}}};
+  values["Channel bank"][0]["Channels"][0]["Mode"]["Analog"]["Rx frequency"] = "146.520";
+  values["Channel bank"][0]["Channels"][1]["Kind"] = "Analog";
+  values["Channel bank"][0]["Channels"][1]["Mode"] = {{"Analog", {{"Rx frequency", "145.5"}}}};
   values["Rx groups"]["Rx group list"].push_back({{"Group talkgroup", 7}});
   values["General"]["Rx groups less one"] = 3;
   std::ofstream(dir + "b.json") << values.dump();
@@ -199,12 +212,14 @@ TEST(Diff, ReportsChangesAddedAndRemovedEntriesAndInstances) {
   EXPECT_EQ(run.out,
             "General.Rx groups less one: 2 -> 3\n"
             "Channel bank[1].Channels[1].Channel name: \"Calling\" -> \"Call\"\n"
-            "Channel bank[1].Channels[2].Kind: 2 -> 1\n"
+            "Channel bank[1].Channels[1].Mode.Analog.Rx frequency: 145.500 -> 146.520\n"
+            "Channel bank[1].Channels[2].Kind: Digital -> Analog\n"
             "Channel bank[1].Channels[2].Mode: {\"Digital\":{\"Color code\":7,\"Time slot\":1,"
-            "\"Talkgroup\":91}} -> {\"Analog\":{\"Rx step\":5,\"Power\":0,\"Wide\":0}}\n"
+            "\"Talkgroup\":91}} -> {\"Analog\":{\"Rx frequency\":\"145.500\",\"Power\":\"Low\","
+            "\"Wide\":0,\"Frequency trim\":0}}\n"
             "Zone[2]: only in " +
                 image +
-                " {\"Zone name\":\"Boat\",\"Zone scan\":0,\"Members\":"
+                " {\"Zone name\":\"Boat\",\"Zone options\":[],\"Members\":"
                 "[{\"Bank\":{\"block\":\"Channel bank\",\"instance\":2},\"Slot\":1}]}\n"
                 "Rx groups.Rx group list[4]: added {\"Group talkgroup\":7}\n"
                 "Messages.Message list[2]: removed {\"Text\":\"Call me back\"}\n");
@@ -213,9 +228,12 @@ TEST(Diff, ReportsChangesAddedAndRemovedEntriesAndInstances) {
   EXPECT_EQ(json.status, 1) << json.err;
   Json j = Json::parse(json.out);
   EXPECT_EQ(j["same"], false);
-  ASSERT_EQ(j["differences"].size(), 7u);
-  EXPECT_EQ(j["differences"][4].dump(),
-            R"({"path":"Zone[2]","change":"added","after":{"Zone name":"Boat","Zone scan":0,)"
+  ASSERT_EQ(j["differences"].size(), 8u);
+  EXPECT_EQ(j["differences"][2].dump(),
+            R"({"path":"Channel bank[1].Channels[1].Mode.Analog.Rx frequency","change":"changed",)"
+            R"("before":"146.520","after":"145.500"})");
+  EXPECT_EQ(j["differences"][5].dump(),
+            R"({"path":"Zone[2]","change":"added","after":{"Zone name":"Boat","Zone options":[],)"
             R"("Members":[{"Bank":{"block":"Channel bank","instance":2},"Slot":1}]}})");
 
   struct Case {
@@ -257,8 +275,8 @@ TEST(Salvage, WritesWhatCanBeReadListsFaultsAndExitsOneOnLoss) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err,
             b +
-                ": 0x000032: bad checksum: Channel bank[1]: checksum 0xCFEC, but the data gives "
-                "0xA8D9\n" +
+                ": 0x000032: bad checksum: Channel bank[1]: checksum 0x535F, but the data gives "
+                "0x346A\n" +
                 b + ": 0x00009D: unknown KOV name: KOV name 0x44010001 is not one of the layout\n" +
                 b + ": 11 block instances read, 1 found whole but lost, 2 faults\n");
   Json values = Json::parse(run.out);
@@ -274,8 +292,8 @@ TEST(Salvage, WritesWhatCanBeReadListsFaultsAndExitsOneOnLoss) {
   EXPECT_EQ(dump.err, "kovtool: " + b +
                           ": damaged (Block Channel bank [1] has an invalid "
                           "checksum.): showing what can be read\n");
-  EXPECT_NE(dump.out.find("0x000063         16  CFEC              checksum Channel bank[1]: BAD, "
-                          "the data gives 0xA8D9\n"
+  EXPECT_NE(dump.out.find("0x000063         16  535F              checksum Channel bank[1]: BAD, "
+                          "the data gives 0x346A\n"
                           "0x000065         48  030100010011      header Channel bank[2]"),
             std::string::npos)
       << dump.out;
@@ -302,7 +320,16 @@ TEST(View, WritesOneSelfContainedFileWithTheWalkEmbedded) {
   Json d = Json::parse(html.substr(from, html.find("</script>", from) - from));
   EXPECT_EQ(d["file"], "radio.kov");
   EXPECT_EQ(d["hdrs"].size(), 13u);
-  EXPECT_EQ(d["hdrs"][3].dump(), R"([101,17,769,1,40497,40497,"Channel bank[2]"])");
+  EXPECT_EQ(d["hdrs"][3].dump(), R"([101,17,769,1,61383,61383,"Channel bank[2]"])");
+  // Each value's node carries its readable text beside its raw bits (145.500 / 0.005 = 0x71AC).
+  bool found = false;
+  for (const Json& n : d["nodes"]) {
+    if (n[2] != ".Rx frequency" || n[3] != 0x42 * 8) continue;
+    EXPECT_EQ(n[6], "145.500");
+    EXPECT_EQ(n[7], "71AC");
+    found = true;
+  }
+  EXPECT_TRUE(found);
   EXPECT_EQ(d["image"].get<std::string>().substr(0, 8), "AQEAAQAS");  // 01 01 00 01 00 12
   EXPECT_EQ(d["damage"], "");
 

@@ -104,7 +104,7 @@ TEST(Kovtool, BadCommandLinesExitTwo) {
       {"inspect x.kov --colour", "The following argument was not expected: --colour"},
       {"frob x",
        "kovtool: 'frob' is not a command; the commands are pack, unpack, inspect, "
-       "verify, lint, tree, demo (see kovtool --help)\n"},
+       "verify, lint, tree, demo, dump, get, set, diff, salvage, view (see kovtool --help)\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args);

@@ -41,5 +41,5 @@ def test_local_scheduler_and_table(images):
     table = fleet.format_table(rows).splitlines()
     assert table[0].split() == ["image", "blocks", "channels", "contacts", "faults", "problem"]
     assert table[6].split()[:6] == ["radio-0005.kov", str(rows[5]["blocks"]), "-", "-", "1",
-                                    "Block"]
+                                    "block"]
     assert table[-1].split()[-3:] == ["2", "2", "damaged"]

@@ -1,6 +1,7 @@
 """The Python module: packing and unpacking, every error class, buffer types and threads."""
 
 import binascii
+import decimal
 import json
 import os
 import pathlib
@@ -169,7 +170,7 @@ def _loop():
     ({"Settings": {"Power": 1.5}}, "/Settings/Power",
      "must be a whole number from 0 to 4095, not a number"),
     ({"Settings": {"Power": {1, 2}}}, "/Settings/Power",
-     "a value must be a dict, list, str, int, float, bool or None, not set"),
+     "a value must be a dict, list, str, int, float, decimal.Decimal, bool or None, not set"),
     ({"Settings": {1: 2}}, "/Settings", "a key must be a string, not int"),
     ({"Settings": {"Alias": "ninechars"}}, "/Settings/Alias",
      "9 characters do not fit the field's 8"),
@@ -193,17 +194,70 @@ def _flip(data, at):
 
 @pytest.mark.parametrize("image, offset, text", [
     (b"", None, "the image is empty"),
-    (SETTINGS_IMAGE[:5], 0, "Block header at offset 0 is cut short: 5 bytes left where a "
-                            "header needs 6."),
-    (_flip(SETTINGS_IMAGE, 6), 0, "Block Settings [1] has an invalid checksum."),
-    (_flip(SETTINGS_IMAGE, 1), 0, "Unable to find blkID for item with KOV Name = 0x100000."),
-    # The walk can't tell a cut-off checksum from a wrong one: the last byte is read as 0.
-    (SETTINGS_IMAGE[:-1], 0, "Block Settings [1] has an invalid checksum."),
+    (SETTINGS_IMAGE[:5], 0, "header cut short: 5 bytes left where a header needs 6"),
+    (_flip(SETTINGS_IMAGE, 6), 0,
+     "block 'Settings' [1] has checksum 0xF2C8, but its data gives 0x2CD7"),
+    (_flip(SETTINGS_IMAGE, 1), 0, "KOV name 0x00100002 belongs to no block of <string>"),
+    (SETTINGS_IMAGE[:-1], 0, "KOV name 0x00110002 of size 21 runs 1 byte past the end of the "
+                             "image"),
 ])
 def test_image_errors_carry_text_and_offset(settings, image, offset, text):
     with pytest.raises(kov.ImageError) as info:
         settings.unpack(image)
     assert (info.value.text, info.value.offset, info.value.pointer) == (text, offset, None)
+
+
+def _reseal(image):
+    """SETTINGS_IMAGE-shaped bytes with the checksum of their data written again."""
+    data = image[6:-2]
+    return image[:-2] + binascii.crc_hqx(data, 0).to_bytes(2, "big")
+
+
+def test_unpack_is_strict_unless_lenient(settings):
+    # Bit 12 of the data is the gap between Power and Mode: set, it packs back to 0xC5.
+    gap = _reseal(SETTINGS_IMAGE[:7] + b"\xcd" + SETTINGS_IMAGE[8:])
+    with pytest.raises(kov.ImageError) as info:
+        settings.unpack(gap)
+    assert (info.value.offset, info.value.text) == (
+        7, "block 'Settings' [1] (at offset 0x000000): the image breaks its layout: the image "
+           "holds 0xCD where its values pack to 0xC5")
+    assert settings.unpack(gap, lenient=True) == SETTINGS_VALUES
+
+
+def test_scaled_values_are_exact_text_and_pack_from_decimal(radio, radio_values):
+    image = radio.pack(radio_values)
+    analog = radio.unpack(image)["Channel bank"][0]["Channels"][0]["Mode"]["Analog"]
+    assert analog["Rx frequency"] == "145.500" and analog["Power"] == "High"
+    values = json.loads(json.dumps(radio_values))
+    channel = values["Channel bank"][0]["Channels"][0]["Mode"]["Analog"]
+    channel["Rx frequency"] = decimal.Decimal("145.5")
+    values["Scan list"]["Hang time"] = decimal.Decimal("1.5E+1")
+    assert radio.pack(values) == image
+    channel["Rx frequency"] = decimal.Decimal("145.5001")
+    with pytest.raises(kov.ValuesError) as info:
+        radio.pack(values)
+    assert info.value.pointer == "/Channel bank/0/Channels/0/Mode/Analog/Rx frequency"
+
+
+def test_dump_gives_every_value_with_place_raw_bits_and_value(radio, radio_values):
+    image = radio.pack(radio_values)
+    rows = radio.dump(image)
+    assert len(rows) == 93
+    assert [r["offset"] * 8 + 7 - r["msb"] for r in rows] == sorted(
+        r["offset"] * 8 + 7 - r["msb"] for r in rows)
+    by_path = {r["path"]: r for r in rows}
+    # Hand-read: General's data starts at 0x1E; Key lock floats behind Beep at 0x1F, MSB 2.
+    assert by_path["General.Key lock"] == {
+        "path": "General.Key lock", "block": "General", "instance": 1, "offset": 0x1F,
+        "msb": 2, "bits": 1, "raw": "0", "value": 0}
+    freq = by_path["Channel bank[1].Channels[1].Mode.Analog.Rx frequency"]
+    # 145.500 / 0.005 = 29100 = 0x71AC.
+    assert (freq["raw"], freq["value"], freq["bits"]) == ("71AC", "145.500", 16)
+    assert by_path["Zone[1].Zone options"]["value"] == ["Scan"]
+    prefixed = radio.dump(radio.pack(radio_values, prefixes=True), prefixes=True)
+    assert [r["value"] for r in prefixed] == [r["value"] for r in rows]
+    with pytest.raises(kov.ImageError):
+        radio.dump(image[:-3])
 
 
 def test_inspect_reports_blocks_faults_and_damage(radio, radio_values):

@@ -50,10 +50,10 @@ function largeValues(dir) {
     const channels = [];
     for (let c = 0; c < 16; c++) {
       channels.push(c % 2
-          ? {Kind: 2, "Channel name": `D${b}-${c}`.slice(0, 8),
+          ? {Kind: "Digital", "Channel name": `D${b}-${c}`.slice(0, 8),
              Mode: {Digital: {"Color code": c % 16, "Time slot": 1, Talkgroup: b * 16 + c}}}
-          : {Kind: 1, "Channel name": `A${b}-${c}`.slice(0, 8),
-             Mode: {Analog: {"Rx step": 125, Power: 2, Wide: 1}}});
+          : {Kind: "Analog", "Channel name": `A${b}-${c}`.slice(0, 8),
+             Mode: {Analog: {"Rx frequency": "145.500", Power: "High", Wide: 1}}});
     }
     values["Channel bank"].push({Channels: channels});
   }
@@ -141,8 +141,14 @@ async function main() {
     detail = await page.$eval("#detail", e => e.textContent);
     eq(detail.split("\n")[0], "Channel bank[2].Channels[1].Channel name", "search for Marine");
 
-    await clickRow("Talkgroup");
+    // A scaled value: the raw bits beside the exact decimal (156.800 / 0.005 = 31360). The
+    // first row of that name in sight is Channel bank[2]'s, where the search scrolled to.
+    await clickRow("Rx frequency");
     await page.mouse.move(5, 5);
+    detail = await page.$eval("#detail", e => e.textContent);
+    eq(detail.split("\n").slice(0, 1).concat(detail.split("\n").slice(6, 8)), [
+      "Channel bank[2].Channels[1].Mode.Analog.Rx frequency",
+      "raw       0x7A80  (0111101010000000)", "value     156.800"], "detail of Rx frequency");
     await page.screenshot({path: path.join(outDir, "view.png")});
     if (process.env.KOV_VIEW_SCREENSHOT) {
       fs.copyFileSync(path.join(outDir, "view.png"), process.env.KOV_VIEW_SCREENSHOT);
@@ -163,7 +169,7 @@ async function main() {
     eq(await page.$eval('#hex .b[data-i="64"]', e => e.classList.contains("lost")), true,
        "data of the instance not read");
     detail = await page.$eval("#detail", e => e.textContent);
-    check(detail.includes("0x000032  bad checksum: Channel bank[1]: checksum 0xCFEC, but the data gives 0xA8D9"),
+    check(detail.includes("0x000032  bad checksum: Channel bank[1]: checksum 0x535F, but the data gives 0x346A"),
           "the faults in the detail", detail);
 
     // An image of 1 MiB: only the rows in sight are made, at the top and at the end.
