@@ -114,9 +114,8 @@ TEST(FieldAddress, PackDefersBehindUnwrittenListAndRefusesMissingPredecessor) {
   auto entryLayout = new CKovDataLayout(ListEntryLayout, 0, 7, 10, false);
   entryLayout->AddField(11, 0, new CKovNumFieldLayout(11, 0, 8, 7, true, 0, entryLayout), 0);
   KovListAttribStruct attribs(0, VarSzCalcLeq, 4, 0, 8, 0, nullptr);
-  e.layout->AddField(10, 0, new CKovListFieldLayout(10, 0, 7, attribs, true, 0, e.layout.get(),
-                                                    entryLayout),
-                     0);
+  e.layout->AddField(
+      10, 0, new CKovListFieldLayout(10, 0, 7, attribs, true, 0, e.layout.get(), entryLayout), 0);
   const CKovFieldLayout* behindList = e.Floating(20, 10, 0, 8);
   const CKovFieldLayout* orphan = e.Floating(21, 99, 0, 8);
   CKovNumField v(0, 20, 8);
@@ -191,35 +190,32 @@ TEST(NumField, FitsByBitsNeeded) {
   EXPECT_EQ(CKovNumField(0, 2, 1).CanValueFitAsPerLayout(one), 1);
 }
 
-TEST(NumField, LayoutWiderThan32BitsFailsInBothRoles) {
-  Entry e;
-  const CKovFieldLayout* wide = e.Fixed(1, 0, 0, 7, 40);
-  // 264 bits would wrap to 8 in the bit writer's 8-bit width: it must fail, not write a byte.
-  const CKovFieldLayout* wrapping = e.Fixed(2, 1, 0, 7, 264);
-  CKovImage image(40);
-  KovFieldsMap map;
-  EXPECT_EQ(CKovNumField(1, 1, 40).WriteToImage(nullptr, &image, 0, 7, &map, wide, nullptr, 1, 1),
-            PkFailed);
-  EXPECT_EQ(CKovNumField(1, 2, 8).WriteToImage(nullptr, &image, 0, 7, &map, wrapping, nullptr, 1, 1),
-            PkFailed);
-  EXPECT_EQ(image.GetBytesArray()[0], 0);
-  CKovUp up(nullptr, Bytes(40, 0xFF), "");
-  UpStatus status = UpDone;
-  CKovNumField back(&up, 0, 7, map, wide, 1, 1, 319, status);
-  EXPECT_EQ(status, UpFailed);
-}
-
-TEST(NumField, WriteOrReadPastImageEndFails) {
-  Entry e;
-  const CKovFieldLayout* f = e.Fixed(1, 0, 1, 3, 8);  // bits 12..19: needs byte 2
-  CKovImage image(2);
-  KovFieldsMap map;
-  EXPECT_EQ(CKovNumField(0xFF, 1, 8).WriteToImage(nullptr, &image, 0, 7, &map, f, nullptr, 1, 1),
-            PkFailed);
-  CKovUp up(nullptr, Bytes{0, 0}, "");
-  UpStatus status = UpDone;
-  CKovNumField back(&up, 0, 7, map, f, 1, 1, 1000, status);  // lastBit allows it; image does not
-  EXPECT_EQ(status, UpFailed);
+TEST(NumField, LayoutWiderThan32BitsOrPastTheImageFailsInBothRoles) {
+  const struct {
+    const char* what;
+    uint32_t byteOffset;
+    uint8_t msb;
+    uint32_t bits, imageSize;
+  } cases[] = {
+      {"40 bits", 0, 7, 40, 40},
+      // 264 bits would wrap to 8 in the bit writer's 8-bit width: it must fail, not write a byte.
+      {"264 bits", 0, 7, 264, 40},
+      {"bits 12..19 of 2 bytes", 1, 3, 8, 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    Entry e;
+    const CKovFieldLayout* f = e.Fixed(1, 0, c.byteOffset, c.msb, c.bits);
+    CKovImage image(c.imageSize);
+    KovFieldsMap map;
+    EXPECT_EQ(CKovNumField(0xFF, 1, 8).WriteToImage(nullptr, &image, 0, 7, &map, f, nullptr, 1, 1),
+              PkFailed);
+    EXPECT_EQ(image.GetBytesArray()[0], 0);
+    CKovUp up(nullptr, Bytes(c.imageSize, 0xFF), "");
+    UpStatus status = UpDone;
+    CKovNumField back(&up, 0, 7, map, f, 1, 1, 8 * 40 - 1, status);  // lastBit allows it
+    EXPECT_EQ(status, UpFailed);
+  }
 }
 
 TEST(NumField, UnpackDefersFloatingFieldWithoutPredecessor) {
@@ -257,9 +253,9 @@ TEST(CharField, Char4BitDigitIsStoredAsCodeLess0x30) {
   CKovCharField seven('7', 1, 4);
   ASSERT_EQ(seven.CanValueFitAsPerLayout(digit), 1);
   ASSERT_EQ(seven.WriteToImage(nullptr, &image, 0, 7, &map, digit, nullptr, 1, 1), PkDone);
-  ASSERT_EQ(CKovCharField('H', 2, 8).WriteToImage(nullptr, &image, 0, 7, &map, letter, nullptr, 1,
-                                                  1),
-            PkDone);
+  ASSERT_EQ(
+      CKovCharField('H', 2, 8).WriteToImage(nullptr, &image, 0, 7, &map, letter, nullptr, 1, 1),
+      PkDone);
   std::vector<uint8_t> bytes(image.GetBytesArray(), image.GetBytesArray() + 2);
   EXPECT_EQ(bytes, (Bytes{0x70, 'H'}));
 
