@@ -45,6 +45,8 @@ TEST(BitPlacement, VectorsWriteStepAndReadBack) {
       {0xFFFFFABC, 12, 0, 3, Bytes(3, 0), {0x0A, 0xBC, 0x00}, 2, 7, 0xABC},
       // The last byte is writable.
       {0xAB, 8, 2, 7, Bytes(3, 0), {0x00, 0x00, 0xAB}, 3, 7, 0xAB},
+      // 16 bits over three bytes: 0000 + 1011 | 11101110 | 1111 + 0000.
+      {0xBEEF, 16, 0, 3, Bytes(3, 0), {0x0B, 0xEE, 0xF0}, 2, 3, 0xBEEF},
       // Zero bits inside the image change nothing and read 0.
       {0xFFFFFFFF, 0, 1, 3, {0xA5, 0xA5}, {0xA5, 0xA5}, 1, 3, 0},
   };
@@ -65,6 +67,11 @@ TEST(BitPlacement, VectorsWriteStepAndReadBack) {
       uint16_t read16 = 0xBEEF;
       EXPECT_EQ(image.GetBytes(c.byte, c.msb, c.numBits, read16), 1);
       EXPECT_EQ(read16, c.read);
+    }
+    if (c.numBits <= 8) {
+      uint8_t read8 = 0xA5;
+      EXPECT_EQ(image.GetBytes(c.byte, c.msb, c.numBits, read8), 1);
+      EXPECT_EQ(read8, c.read);
     }
   }
 }
@@ -105,44 +112,39 @@ TEST(BitWriter, RefusesWhatDoesNotFitKeepingWhatWasStored) {
 }
 
 TEST(BitReader, RefusesWhatDoesNotFitKeepingTheBitsGathered) {
+  // The 32-bit reader clears its value first; the narrower ones leave theirs alone.
   const struct {
     Bytes bytes;
     uint32_t byte;
     uint8_t msb;
     uint32_t numBits, value;
+    int width;
   } cases[] = {
-      {{0x12, 0x34, 0x56}, 3, 7, 1, 0},  // one past the last byte
-      {{0x12, 0x34, 0x56}, 0, 8, 1, 0},  // no bit 8 in a byte
-      {{0xA5, 0xA5}, 2, 7, 0, 0},        // zero bits outside
+      {{0x12, 0x34, 0x56}, 3, 7, 1, 0, 32},  // one past the last byte
+      {{0x12, 0x34, 0x56}, 0, 8, 1, 0, 32},  // no bit 8 in a byte
+      {{0xA5, 0xA5}, 2, 7, 0, 0, 32},        // zero bits outside
       // 12, 34, 56 gathered, and the missing fourth byte was already shifted in as 0.
-      {{0x12, 0x34, 0x56}, 0, 7, 32, 0x12345600},
-      {{0x12, 0x34, 0x56}, 1, 7, 20, 0x3456},  // the missing last four bits were not
-      {Bytes(5, 0xFF), 0, 7, 33, 0},           // wider than the value: cleared first
+      {{0x12, 0x34, 0x56}, 0, 7, 32, 0x12345600, 32},
+      {{0x12, 0x34, 0x56}, 1, 7, 20, 0x3456, 32},  // the missing last four bits were not
+      {Bytes(5, 0xFF), 0, 7, 33, 0, 32},           // wider than the destination
+      {Bytes(5, 0xFF), 0, 7, 17, 0xBEEF, 16},
+      {Bytes(5, 0xFF), 4, 7, 16, 0xBEEF, 16},  // runs off the end
+      {Bytes(5, 0xFF), 0, 7, 9, 0xA5, 8},
+      {Bytes(5, 0xFF), 5, 7, 1, 0xA5, 8},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(
-        kovFormat("%u bits at (%u, %u) of %zu bytes", c.numBits, c.byte, c.msb, c.bytes.size()));
+    SCOPED_TRACE(kovFormat("%u bits at (%u, %u) of %zu bytes into %d", c.numBits, c.byte, c.msb,
+                           c.bytes.size(), c.width));
     const CKovImage image(c.bytes);
-    uint32_t value = 0xDEADBEEF;
-    EXPECT_EQ(image.GetBytes(c.byte, c.msb, c.numBits, value), 0);
-    EXPECT_EQ(value, c.value);
+    uint32_t v32 = 0xDEADBEEF;
+    uint16_t v16 = 0xBEEF;
+    uint8_t v8 = 0xA5;
+    const int ok = c.width == 32   ? image.GetBytes(c.byte, c.msb, c.numBits, v32)
+                   : c.width == 16 ? image.GetBytes(c.byte, c.msb, c.numBits, v16)
+                                   : image.GetBytes(c.byte, c.msb, c.numBits, v8);
+    EXPECT_EQ(ok, 0);
+    EXPECT_EQ(c.width == 32 ? v32 : c.width == 16 ? v16 : v8, c.value);
   }
-}
-
-TEST(BitReader, WidthAboveTheDestinationFails) {
-  const CKovImage image(Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
-  uint16_t v16 = 0xBEEF;
-  EXPECT_EQ(image.GetBytes(0, 7, 17, v16), 0);
-  EXPECT_EQ(image.GetBytes(4, 7, 16, v16), 0);  // runs off the end
-  EXPECT_EQ(v16, 0xBEEF);
-  EXPECT_EQ(image.GetBytes(0, 7, 16, v16), 1);
-  EXPECT_EQ(v16, 0xFFFF);
-  uint8_t v8 = 0xA5;
-  EXPECT_EQ(image.GetBytes(0, 7, 9, v8), 0);
-  EXPECT_EQ(image.GetBytes(5, 7, 1, v8), 0);
-  EXPECT_EQ(v8, 0xA5);
-  EXPECT_EQ(image.GetBytes(0, 3, 8, v8), 1);
-  EXPECT_EQ(v8, 0xFF);
 }
 
 TEST(WholeBytes, ReadBigEndianByCount) {
