@@ -178,17 +178,13 @@ struct NestedLayouts {
   std::unique_ptr<CKovDataLayout> dl;
 };
 
-TEST(DataLayoutLookup, FindsFieldInUnionOptionInsideListEntry) {
+TEST(DataLayoutLookup, FindsFieldInUnionOptionInsideListEntryUnlessADirectOneHasTheId) {
   NestedLayouts nested;
   const CKovFieldLayout* found = nested.dl->GetFieldLayout(420);
   ASSERT_NE(found, nullptr);
   EXPECT_EQ(found->GetFieldID(), 420u);
   EXPECT_NE(nested.dl->GetFieldLayout(410), nullptr);
   EXPECT_EQ(nested.dl->GetFieldLayout(999), nullptr);
-}
-
-TEST(DataLayoutLookup, DirectFieldWinsOverNestedOne) {
-  NestedLayouts nested;
   nested.dl->AddField(420, 300, fixedNum(nested.dl.get(), 420, 9, 3), 1);
   EXPECT_EQ(nested.dl->GetFieldLayout(420)->GetByteOffset(), 9u);
 }
