@@ -42,7 +42,7 @@ TEST(BlkLayout, AttributesGiveKovIdPaddingAndInstanceKind) {
   }
 }
 
-TEST(HdrBlkLayout, ConfigurationAreaLeadsTheDataLayout) {
+TEST(HdrBlkLayout, ConfigurationAreaLeadsTheApplicationFields) {
   CKovBlkLayout blk(4, KovBlkLayoutAttrib(8, 0, 0, 1), "header", 0, blkDataLayout(), 100, 1);
   EXPECT_EQ(blk.GetMaxDataSzInBytes(), 112);
   EXPECT_EQ(blk.GetNumCfgBytes(), 12);
@@ -80,12 +80,8 @@ TEST(HdrBlkLayout, ConfigurationAreaLeadsTheDataLayout) {
   // A header block has no LEQ field of its own.
   EXPECT_EQ(blk.GetFieldLayout(28522), nullptr);
   EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl, nullptr, 1), 96u);
-}
-
-TEST(HdrBlkLayout, ApplicationFieldsFollowTheConfigurationArea) {
-  CKovDataLayout* dl = blkDataLayout();
-  CKovBlkLayout blk(4, KovBlkLayoutAttrib(8, 0, 0, 1), "header", 0, dl, 100, 1);
-  blk.AddField(900, 28525, new CKovNumFieldLayout(900, 12, 8, 7, true, 0, dl), 5);
+  // Application fields follow the configuration area.
+  blk.AddField(900, 28525, new CKovNumFieldLayout(900, 12, 8, 7, true, 0, blk.GetDataLayout()), 5);
   EXPECT_EQ(dl->GetIDOfLastFieldInLayout(), 900u);
   EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl, nullptr, 1), 104u);
 }
