@@ -56,69 +56,63 @@ TEST(FieldAddress, FixedFieldKeepsItsMsbWhateverTheEntryMsb) {
   EXPECT_EQ(v.GetNumBitsOffsetFromEntryStart(7, f), 18u);
 }
 
-TEST(FieldAddress, FirstFloatingFieldLiesAtEntryStartPlusGapInBothRoles) {
+TEST(FieldAddress, FloatingFieldsByRoleAndPredecessor) {
   Entry e;
-  const CKovFieldLayout* f = e.Floating(1, 0, 3, 8);
-  CKovNumField v(0, 1, 8);
+  e.Floating(1, 0, 3, 8);  // first of its layout
+  e.Fixed(2, 0, 0, 7, 8);  // placed at linear 25 with 13 bits: the recorded size counts
+  e.Floating(3, 2, 1, 8);
+  e.Fixed(4, 0, 1, 3, 6);  // never placed: linear 12..18
+  e.Floating(5, 4, 2, 5);  // never placed: 20..25
+  e.Floating(6, 5, 1, 4);
+  CKovNumField placed(0, 2, 0);
+  placed.SetAddressInImage(3, 6);
+  placed.SetImageSize(13);
   KovFieldsMap map;
-  uint32_t byte = 0;
-  uint8_t msb = 0;
-  // Entry (4, 2): linear 32 + 5 = 37, + 3 = 40 -> byte 5, MSB 7.
-  ASSERT_EQ(v.GetPackAddr(f, &map, 4, 2, 9, byte, msb), 1);
-  EXPECT_EQ(byte, 5u);
-  EXPECT_EQ(msb, 7);
-  byte = 0;
-  msb = 0;
-  ASSERT_EQ(v.GetUnpackAddr(f, 4, 2, map, byte, msb), 1);
-  EXPECT_EQ(byte, 5u);
-  EXPECT_EQ(msb, 7);
+  map.SetAt(2, &placed);
+  const struct {
+    uint32_t id, entryByte;
+    uint8_t entryMsb;
+    int pack, unpack;  // linear bit index, -1 for none
+  } cases[] = {
+      {1, 4, 2, 40, 40},  // entry at linear 32 + 5 = 37, + gap 3
+      {3, 0, 7, 39, 39},  // 25 + 13 + gap 1
+      // The pack adds up unwritten fixed-size predecessors from their layouts: 25 + gap 1. The
+      // unpack never guesses: the predecessor must have been read.
+      {6, 0, 7, 26, -1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.id);
+    const CKovFieldLayout* f = e.layout->GetFieldLayout(c.id);
+    CKovNumField v(0, c.id, 8);
+    uint32_t byte = 0;
+    uint8_t msb = 0;
+    ASSERT_EQ(v.GetPackAddr(f, &map, c.entryByte, c.entryMsb, 1, byte, msb), c.pack >= 0 ? 1 : 0);
+    if (c.pack >= 0) {
+      EXPECT_EQ(byte * 8 + 7 - msb, uint32_t(c.pack));
+    }
+    ASSERT_EQ(v.GetUnpackAddr(f, c.entryByte, c.entryMsb, map, byte, msb), c.unpack >= 0 ? 1 : 0);
+    if (c.unpack >= 0) {
+      EXPECT_EQ(byte * 8 + 7 - msb, uint32_t(c.unpack));
+    } else {
+      CKovUp up(nullptr, Bytes(8, 0), "");
+      UpStatus status = UpDone;
+      CKovNumField read(&up, c.entryByte, c.entryMsb, map, f, c.id, 1, 63, status);
+      EXPECT_EQ(status, UpDeferred);
+    }
+  }
 }
 
-TEST(FieldAddress, FloatingFieldFollowsPlacedPredecessorByItsImageSize) {
-  Entry e;
-  e.Fixed(1, 0, 0, 7, 8);
-  const CKovFieldLayout* f = e.Floating(2, 1, 1, 8);
-  CKovNumField prev(0, 1, 0);
-  prev.SetAddressInImage(3, 6);  // linear 25
-  prev.SetImageSize(13);         // not the layout's 8: the recorded size counts
-  KovFieldsMap map;
-  map.SetAt(1, &prev);
-  CKovNumField v(0, 2, 8);
-  uint32_t index = 0;
-  ASSERT_EQ(v.GetFieldUpBitOffsetFromImageStart(f, 0, 7, map, index), 1);
-  EXPECT_EQ(index, 25u + 13 + 1);
-  ASSERT_EQ(v.GetFieldPkBitOffsetFromImageStart(f, &map, 0, 7, 1, index), 1);
-  EXPECT_EQ(index, 25u + 13 + 1);
-}
-
-TEST(FieldAddress, PackPlacesBehindUnwrittenFixedSizePredecessorsFromLayouts) {
-  // A (fixed, byte 1 MSB 3, 6 bits) <- B (floating, gap 2, 5 bits) <- C (floating, gap 1).
-  // A starts at linear 8 + 4 = 12, ends 18; B at 20..24; C at 25 + 1 = 26 -> byte 3, MSB 5.
-  Entry e;
-  e.Fixed(1, 0, 1, 3, 6);
-  e.Floating(2, 1, 2, 5);
-  const CKovFieldLayout* c = e.Floating(3, 2, 1, 4);
-  CKovNumField v(0, 3, 4);
-  KovFieldsMap empty;
-  uint32_t byte = 0;
-  uint8_t msb = 0;
-  ASSERT_EQ(v.GetPackAddr(c, &empty, 0, 7, 1, byte, msb), 1);
-  EXPECT_EQ(byte, 3u);
-  EXPECT_EQ(msb, 5);
-  // The unpack side never guesses: the predecessor must have been read.
-  EXPECT_EQ(v.GetUnpackAddr(c, 0, 7, empty, byte, msb), 0);
-}
-
-TEST(FieldAddress, PackDefersBehindUnwrittenListAndRefusesMissingPredecessor) {
+TEST(FieldAddress, PackDefersBehindUnwrittenListAndRefusesMissingOrLoopingPredecessors) {
   Entry e;
   auto entryLayout = new CKovDataLayout(ListEntryLayout, 0, 7, 10, false);
   entryLayout->AddField(11, 0, new CKovNumFieldLayout(11, 0, 8, 7, true, 0, entryLayout), 0);
   KovListAttribStruct attribs(0, VarSzCalcLeq, 4, 0, 8, 0, nullptr);
-  e.layout->AddField(10, 0, new CKovListFieldLayout(10, 0, 7, attribs, true, 0, e.layout.get(),
-                                                    entryLayout),
-                     0);
+  e.layout->AddField(
+      10, 0, new CKovListFieldLayout(10, 0, 7, attribs, true, 0, e.layout.get(), entryLayout), 0);
   const CKovFieldLayout* behindList = e.Floating(20, 10, 0, 8);
   const CKovFieldLayout* orphan = e.Floating(21, 99, 0, 8);
+  e.Floating(30, 31, 0, 4);
+  const CKovFieldLayout* looping = e.Floating(31, 30, 0, 4);
   CKovNumField v(0, 20, 8);
   KovFieldsMap empty;
   uint32_t byte = 77;
@@ -133,18 +127,8 @@ TEST(FieldAddress, PackDefersBehindUnwrittenListAndRefusesMissingPredecessor) {
   EXPECT_KOV_THROW(o.GetPackAddr(orphan, &empty, 0, 7, 5, byte, msb),
                    "Field layout for field 99 not found. Unable to determine byteOffset/startBit "
                    "for floating field 21 in block 5.");
-}
-
-TEST(FieldAddress, RefusesLoopInPreviousFields) {
-  Entry e;
-  e.Floating(1, 2, 0, 4);
-  const CKovFieldLayout* b = e.Floating(2, 1, 0, 4);
-  CKovNumField v(0, 2, 4);
-  KovFieldsMap empty;
-  uint32_t byte = 0;
-  uint8_t msb = 0;
-  EXPECT_KOV_THROW(v.GetPackAddr(b, &empty, 0, 7, 3, byte, msb),
-                   "The previous fields of floating field 2 in block 3 form a loop.");
+  EXPECT_KOV_THROW(CKovNumField(0, 31, 4).GetPackAddr(looping, &empty, 0, 7, 3, byte, msb),
+                   "The previous fields of floating field 31 in block 3 form a loop.");
 }
 
 TEST(FieldOutside, LastBitIsInclusive) {
@@ -191,46 +175,32 @@ TEST(NumField, FitsByBitsNeeded) {
   EXPECT_EQ(CKovNumField(0, 2, 1).CanValueFitAsPerLayout(one), 1);
 }
 
-TEST(NumField, LayoutWiderThan32BitsFailsInBothRoles) {
-  Entry e;
-  const CKovFieldLayout* wide = e.Fixed(1, 0, 0, 7, 40);
-  // 264 bits would wrap to 8 in the bit writer's 8-bit width: it must fail, not write a byte.
-  const CKovFieldLayout* wrapping = e.Fixed(2, 1, 0, 7, 264);
-  CKovImage image(40);
-  KovFieldsMap map;
-  EXPECT_EQ(CKovNumField(1, 1, 40).WriteToImage(nullptr, &image, 0, 7, &map, wide, nullptr, 1, 1),
-            PkFailed);
-  EXPECT_EQ(CKovNumField(1, 2, 8).WriteToImage(nullptr, &image, 0, 7, &map, wrapping, nullptr, 1, 1),
-            PkFailed);
-  EXPECT_EQ(image.GetBytesArray()[0], 0);
-  CKovUp up(nullptr, Bytes(40, 0xFF), "");
-  UpStatus status = UpDone;
-  CKovNumField back(&up, 0, 7, map, wide, 1, 1, 319, status);
-  EXPECT_EQ(status, UpFailed);
-}
-
-TEST(NumField, WriteOrReadPastImageEndFails) {
-  Entry e;
-  const CKovFieldLayout* f = e.Fixed(1, 0, 1, 3, 8);  // bits 12..19: needs byte 2
-  CKovImage image(2);
-  KovFieldsMap map;
-  EXPECT_EQ(CKovNumField(0xFF, 1, 8).WriteToImage(nullptr, &image, 0, 7, &map, f, nullptr, 1, 1),
-            PkFailed);
-  CKovUp up(nullptr, Bytes{0, 0}, "");
-  UpStatus status = UpDone;
-  CKovNumField back(&up, 0, 7, map, f, 1, 1, 1000, status);  // lastBit allows it; image does not
-  EXPECT_EQ(status, UpFailed);
-}
-
-TEST(NumField, UnpackDefersFloatingFieldWithoutPredecessor) {
-  Entry e;
-  e.Fixed(1, 0, 0, 7, 8);
-  const CKovFieldLayout* f = e.Floating(2, 1, 0, 8);
-  CKovUp up(nullptr, Bytes(4, 0), "");
-  KovFieldsMap map;
-  UpStatus status = UpDone;
-  CKovNumField v(&up, 0, 7, map, f, 2, 1, 31, status);
-  EXPECT_EQ(status, UpDeferred);
+TEST(NumField, LayoutWiderThan32BitsOrPastTheImageFailsInBothRoles) {
+  const struct {
+    const char* what;
+    uint32_t byteOffset;
+    uint8_t msb;
+    uint32_t bits, imageSize;
+  } cases[] = {
+      {"40 bits", 0, 7, 40, 40},
+      // 264 bits would wrap to 8 in the bit writer's 8-bit width: it must fail, not write a byte.
+      {"264 bits", 0, 7, 264, 40},
+      {"bits 12..19 of 2 bytes", 1, 3, 8, 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    Entry e;
+    const CKovFieldLayout* f = e.Fixed(1, 0, c.byteOffset, c.msb, c.bits);
+    CKovImage image(c.imageSize);
+    KovFieldsMap map;
+    EXPECT_EQ(CKovNumField(0xFF, 1, 8).WriteToImage(nullptr, &image, 0, 7, &map, f, nullptr, 1, 1),
+              PkFailed);
+    EXPECT_EQ(image.GetBytesArray()[0], 0);
+    CKovUp up(nullptr, Bytes(c.imageSize, 0xFF), "");
+    UpStatus status = UpDone;
+    CKovNumField back(&up, 0, 7, map, f, 1, 1, 8 * 40 - 1, status);  // lastBit allows it
+    EXPECT_EQ(status, UpFailed);
+  }
 }
 
 TEST(NumField, PatchWritesAtGivenAddressAndRecordsIt) {
@@ -257,9 +227,9 @@ TEST(CharField, Char4BitDigitIsStoredAsCodeLess0x30) {
   CKovCharField seven('7', 1, 4);
   ASSERT_EQ(seven.CanValueFitAsPerLayout(digit), 1);
   ASSERT_EQ(seven.WriteToImage(nullptr, &image, 0, 7, &map, digit, nullptr, 1, 1), PkDone);
-  ASSERT_EQ(CKovCharField('H', 2, 8).WriteToImage(nullptr, &image, 0, 7, &map, letter, nullptr, 1,
-                                                  1),
-            PkDone);
+  ASSERT_EQ(
+      CKovCharField('H', 2, 8).WriteToImage(nullptr, &image, 0, 7, &map, letter, nullptr, 1, 1),
+      PkDone);
   std::vector<uint8_t> bytes(image.GetBytesArray(), image.GetBytesArray() + 2);
   EXPECT_EQ(bytes, (Bytes{0x70, 'H'}));
 

@@ -14,43 +14,35 @@ constexpr LayoutType kBlkLevel = static_cast<LayoutType>(0);
 
 CKovDataLayout* blkDataLayout() { return new CKovDataLayout(kBlkLevel, 0, 7, 0, true); }
 
-TEST(BlkLayoutAttrib, DefaultIsUnnamedPaddedSingleInstance) {
-  KovBlkLayoutAttrib attrib;
-  EXPECT_EQ(attrib.kovType, 0xFFFF);
-  EXPECT_EQ(attrib.kovID, 0xFFFF);
-  EXPECT_EQ(attrib.padBlk, 1);
-  EXPECT_EQ(attrib.multiInstanceBlk, 0);
+TEST(BlkLayout, AttributesGiveKovIdPaddingAndInstanceKind) {
+  KovBlkLayoutAttrib unnamed;  // unnamed, padded, single instance
+  EXPECT_EQ(unnamed.kovType, 0xFFFF);
+  EXPECT_EQ(unnamed.kovID, 0xFFFF);
+  EXPECT_EQ(unnamed.padBlk, 1);
+  EXPECT_EQ(unnamed.multiInstanceBlk, 0);
+  // The attribute takes the instance kind before the padding; a multi-instance block has KOV id
+  // 0 and a KLS block is never padded.
+  const struct {
+    int multi, pad, kls;
+    uint16_t kovID;
+    bool padded;
+  } cases[] = {{1, 1, 0, 0, true}, {1, 0, 0, 0, false}, {0, 0, 0, 9, false}, {0, 1, 1, 9, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.multi << c.pad << c.kls);
+    CKovBlkLayout blk(3, KovBlkLayoutAttrib(7, 9, c.multi, c.pad), "blk", c.kls, blkDataLayout(),
+                      50, 0);
+    EXPECT_EQ(blk.GetKovType(), 7);
+    EXPECT_EQ(blk.GetKovID(), c.kovID);
+    EXPECT_EQ(blk.IsMultiInstanceBlk() != 0, c.multi != 0);
+    EXPECT_EQ(blk.IsSglInstanceBlk() != 0, c.multi == 0);
+    EXPECT_EQ(blk.PadBlk() != 0, c.padded);
+    EXPECT_EQ(blk.GetMaxDataSzInBytes(), 50);
+    EXPECT_EQ(blk.GetNumCfgBytes(), 0);
+    EXPECT_TRUE(blk.GetDataLayout()->GetOrderedFieldIDsList().empty());
+  }
 }
 
-TEST(BlkLayoutAttrib, ConstructorTakesInstanceKindBeforePadding) {
-  KovBlkLayoutAttrib attrib(7, 9, 1, 0);
-  EXPECT_EQ(attrib.multiInstanceBlk, 1);
-  EXPECT_EQ(attrib.padBlk, 0);
-}
-
-TEST(BlkLayout, MultiInstanceBlockHasKovIdZero) {
-  CKovBlkLayout blk(3, KovBlkLayoutAttrib(7, 9, 1, 1), "multi", 0, blkDataLayout(), 50, 0);
-  EXPECT_EQ(blk.GetKovType(), 7);
-  EXPECT_EQ(blk.GetKovID(), 0);
-  EXPECT_NE(blk.IsMultiInstanceBlk(), 0);
-  EXPECT_EQ(blk.IsSglInstanceBlk(), 0);
-  EXPECT_NE(blk.PadBlk(), 0);
-}
-
-TEST(BlkLayout, OrdinaryBlockKeepsIdAndSizeAndHasNoConfiguration) {
-  CKovBlkLayout blk(3, KovBlkLayoutAttrib(7, 9, 0, 0), "single", 0, blkDataLayout(), 50, 0);
-  EXPECT_EQ(blk.GetKovID(), 9);
-  EXPECT_EQ(blk.GetMaxDataSzInBytes(), 50);
-  EXPECT_EQ(blk.GetNumCfgBytes(), 0);
-  EXPECT_TRUE(blk.GetDataLayout()->GetOrderedFieldIDsList().empty());
-}
-
-TEST(BlkLayout, KlsFlagForcesPaddingOff) {
-  CKovBlkLayout blk(3, KovBlkLayoutAttrib(7, 9, 0, 1), "kls", 1, blkDataLayout(), 50, 0);
-  EXPECT_EQ(blk.PadBlk(), 0);
-}
-
-TEST(HdrBlkLayout, ConfigurationAreaLeadsTheDataLayout) {
+TEST(HdrBlkLayout, ConfigurationAreaLeadsTheApplicationFields) {
   CKovBlkLayout blk(4, KovBlkLayoutAttrib(8, 0, 0, 1), "header", 0, blkDataLayout(), 100, 1);
   EXPECT_EQ(blk.GetMaxDataSzInBytes(), 112);
   EXPECT_EQ(blk.GetNumCfgBytes(), 12);
@@ -88,12 +80,8 @@ TEST(HdrBlkLayout, ConfigurationAreaLeadsTheDataLayout) {
   // A header block has no LEQ field of its own.
   EXPECT_EQ(blk.GetFieldLayout(28522), nullptr);
   EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl, nullptr, 1), 96u);
-}
-
-TEST(HdrBlkLayout, ApplicationFieldsFollowTheConfigurationArea) {
-  CKovDataLayout* dl = blkDataLayout();
-  CKovBlkLayout blk(4, KovBlkLayoutAttrib(8, 0, 0, 1), "header", 0, dl, 100, 1);
-  blk.AddField(900, 28525, new CKovNumFieldLayout(900, 12, 8, 7, true, 0, dl), 5);
+  // Application fields follow the configuration area.
+  blk.AddField(900, 28525, new CKovNumFieldLayout(900, 12, 8, 7, true, 0, blk.GetDataLayout()), 5);
   EXPECT_EQ(dl->GetIDOfLastFieldInLayout(), 900u);
   EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl, nullptr, 1), 104u);
 }

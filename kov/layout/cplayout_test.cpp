@@ -42,23 +42,17 @@ CKovBlkLayout* registerBlk(CKovCpLayout& cp, std::unique_ptr<CKovBlkLayout> blk)
   return blk.release();
 }
 
-TEST(CpLayoutPartitions, SecondAddOfANumberIsRefusedWithMessage) {
+TEST(CpLayoutPartitions, OrderOfAddingIsImageOrderAndASecondAddIsRefused) {
   MessageBoxRecorder boxes;
   CKovCpLayout cp(1, 2, 4096, 0);
-  EXPECT_EQ(cp.AddPartition(3, ReadOnly), 1);
-  EXPECT_EQ(cp.AddPartition(3, ReadWrite), 0);
-  EXPECT_EQ(boxes.Texts(), std::vector<std::string>{"Partition 3 already registered."});
-  EXPECT_EQ(cp.GetPartitionNumList(), std::list<uint16_t>{3});
-  EXPECT_EQ(cp.GetAccessRights(3), ReadOnly);
-}
-
-TEST(CpLayoutPartitions, OrderOfAddingIsImageOrderAndRightsAreReported) {
-  CKovCpLayout cp(1, 2, 4096, 0);
   // 0x110 lands in bucket 0 and so iterates before 16: the list keeps the order of adding.
-  cp.AddPartition(16, ReadOnly);
-  cp.AddPartition(0x110, ReadWriteLocked);
-  cp.AddPartition(2, ReadWrite);
+  EXPECT_EQ(cp.AddPartition(16, ReadOnly), 1);
+  EXPECT_EQ(cp.AddPartition(0x110, ReadWriteLocked), 1);
+  EXPECT_EQ(cp.AddPartition(2, ReadWrite), 1);
+  EXPECT_EQ(cp.AddPartition(16, ReadWrite), 0);
+  EXPECT_EQ(boxes.Texts(), std::vector<std::string>{"Partition 16 already registered."});
   EXPECT_EQ(cp.GetPartitionNumList(), (std::list<uint16_t>{16, 0x110, 2}));
+  EXPECT_EQ(cp.GetAccessRights(16), ReadOnly);
   struct Row {
     uint16_t num;
     int ro, rw, locked;
@@ -90,7 +84,8 @@ TEST(CpLayoutBlocks, BlocksAreFiledUnderTheirPartitionInOrderOfAdding) {
   cp.AddPartition(1, ReadOnly);
   cp.AddPartition(2, ReadWrite);
   CKovBlkLayout* b30 = registerBlk(cp, makeBlk(30, 0x30, 0, 0, 2));
-  CKovBlkLayout* b10 = registerBlk(cp, makeBlk(10, 0x10, 0, 0, 1));
+  CKovBlkLayout* b10 = registerBlk(cp, makeBlk(10, 0x10, 0, 0, 1, "Channels"));
+  b10->AddField(5, 0, new CKovNumFieldLayout(5, 0, 8, 7, true, 0, b10->GetDataLayout()), 0);
   CKovBlkLayout* b20 = registerBlk(cp, makeBlk(20, 0x20, 0, 0, 2));
   EXPECT_EQ(cp.GetBlkLayoutList(2), (std::list<CKovBlkLayout*>{b30, b20}));
   EXPECT_EQ(cp.GetBlkLayoutList(1), std::list<CKovBlkLayout*>{b10});
@@ -98,49 +93,32 @@ TEST(CpLayoutBlocks, BlocksAreFiledUnderTheirPartitionInOrderOfAdding) {
   EXPECT_EQ(cp.GetNumberOfBlks(), 3);
   EXPECT_EQ(cp.GetBlkLayout(20), b20);
   EXPECT_EQ(cp.DoesBlkExist(10), 1);
+  EXPECT_EQ(cp.GetBlkName(10), "Channels");
+  EXPECT_NE(cp.GetFieldLayout(10, 5), nullptr);
+  // Unknown blocks and fields answer empty.
   EXPECT_EQ(cp.DoesBlkExist(11), 0);
+  EXPECT_EQ(cp.GetBlkName(11), "");
+  EXPECT_EQ(cp.GetBlkLayout(11), nullptr);
+  EXPECT_EQ(cp.GetFieldLayout(10, 6), nullptr);
+  EXPECT_EQ(cp.GetFieldLayout(11, 5), nullptr);
   // A block keeps its own rights in a read-only partition.
   EXPECT_EQ(b10->GetAccessRights(), ReadWrite);
 }
 
-TEST(CpLayoutBlocks, BlockOfUnknownPartitionIsRefusedAndStaysTheCallers) {
-  CKovCpLayout cp(1, 2, 4096, 0);
-  cp.AddPartition(1, ReadWrite);
-  auto blk = makeBlk(10, 0x10, 0, 0, 4, "Channels");
-  EXPECT_KOV_THROW(cp.AddBlkLayout(blk.get()),
-                   "Error adding block Channels to partition 4.\nNo such partition exists.");
-  EXPECT_EQ(cp.DoesBlkExist(10), 0);
-  EXPECT_EQ(cp.GetNumberOfBlks(), 0);
-  EXPECT_EQ(cp.GetNumberOfBlks(uint16_t{1}), 0);
-}  // blk is deleted here: the layout did not take it
-
-TEST(CpLayoutBlocks, SecondBlockWithSameIdIsRefused) {
+TEST(CpLayoutBlocks, BlockOfUnknownPartitionOrTakenIdIsRefusedAndStaysTheCallers) {
   CKovCpLayout cp(1, 2, 4096, 0);
   cp.AddPartition(1, ReadWrite);
   CKovBlkLayout* first = registerBlk(cp, makeBlk(10, 0x10, 0, 0, 1, "Channels"));
-  auto second = makeBlk(10, 0x11, 0, 0, 1, "Zones");
-  EXPECT_KOV_THROW(cp.AddBlkLayout(second.get()), "Block Zones already defined in image.");
+  auto unknownPartition = makeBlk(11, 0x11, 0, 0, 4, "Limits");
+  EXPECT_KOV_THROW(cp.AddBlkLayout(unknownPartition.get()),
+                   "Error adding block Limits to partition 4.\nNo such partition exists.");
+  auto takenID = makeBlk(10, 0x12, 0, 0, 1, "Zones");
+  EXPECT_KOV_THROW(cp.AddBlkLayout(takenID.get()), "Block Zones already defined in image.");
   EXPECT_EQ(cp.GetBlkLayout(10), first);
+  EXPECT_EQ(cp.DoesBlkExist(11), 0);
+  EXPECT_EQ(cp.GetNumberOfBlks(), 1);
   EXPECT_EQ(cp.GetNumberOfBlks(uint16_t{1}), 1);
-}
-
-TEST(CpLayoutBlocks, LookupsOfUnknownBlocksAnswerEmpty) {
-  CKovCpLayout cp(1, 2, 4096, 0);
-  cp.AddPartition(1, ReadWrite);
-  CKovBlkLayout* blk = registerBlk(cp, makeBlk(10, 0x10, 0, 0, 1, "Channels"));
-  blk->AddField(5, 0, new CKovNumFieldLayout(5, 0, 8, 7, true, 0, blk->GetDataLayout()), 0);
-  EXPECT_EQ(cp.GetBlkName(10), "Channels");
-  EXPECT_EQ(cp.GetBlkName(11), "");
-  EXPECT_EQ(cp.GetBlkLayout(11), nullptr);
-  EXPECT_NE(cp.GetFieldLayout(10, 5), nullptr);
-  EXPECT_EQ(cp.GetFieldLayout(10, 6), nullptr);
-  EXPECT_EQ(cp.GetFieldLayout(11, 5), nullptr);
-}
-
-TEST(CpLayoutIdentity, StandardVersionIsFixed) {
-  EXPECT_EQ(CKovCpLayout(-3, 4, 65536, 1).GetCpLayoutStdVersion(), "01.00");
-  EXPECT_EQ(CKovCpLayout(0, 0, 0, 0).GetCpLayoutStdVersion(), "01.00");
-}
+}  // the refused blocks are deleted here: the layout did not take them
 
 TEST(KovNames, ValidityByTypeAndIdRanges) {
   struct Row {
@@ -171,54 +149,43 @@ TEST(KovNames, SecondBlockOfOneTypeIsRefusedWhateverItsId) {
                    "Unable to find blkID for item with KOV Name = 0x70000.");
 }
 
-TEST(KovNames, MultiInstanceBlockAnswersForEveryIdOfItsType) {
+TEST(KovNames, BlockIdByInstanceKindInBothForms) {
   CKovCpLayout cp(1, 2, 4096, 0);
   cp.AddPartition(1, ReadWrite);
   registerBlk(cp, makeBlk(40, 7, 9, 1, 1));
-  EXPECT_EQ(cp.GetBlkIDFromKovName(7, 0), 40);
-  EXPECT_EQ(cp.GetBlkIDFromKovName(7, 12), 40);
-  EXPECT_EQ(cp.GetBlkIDFromKovName(0x7000C), 40);
-  EXPECT_KOV_THROW(cp.GetBlkIDFromKovName(8, 12),
-                   "Unable to find blkID for item with KOV Name = 0x80000.");
-}
-
-TEST(KovNames, SingleInstanceBlockAnswersOnlyForItsOwnId) {
-  CKovCpLayout cp(1, 2, 4096, 0);
-  cp.AddPartition(1, ReadWrite);
-  registerBlk(cp, makeBlk(40, 7, 3, 0, 1));
-  registerBlk(cp, makeBlk(41, 9, 0, 0, 1));  // single instance registered under id 0
-  EXPECT_EQ(cp.GetBlkIDFromKovName(7, 3), 40);
-  EXPECT_KOV_THROW(cp.GetBlkIDFromKovName(7, 4),
-                   "Unable to find blkID for item with KOV Name = 0x70000.");
-  EXPECT_EQ(cp.GetBlkIDFromKovName(9, 0), 41);
-  EXPECT_KOV_THROW(cp.GetBlkIDFromKovName(9, 1),
-                   "Unable to find blkID for item with KOV Name = 0x90000.");
-}
-
-TEST(KovNames, DistributedBlockAnswersForEveryListletId) {
-  CKovCpLayout cp(1, 2, 4096, 0);
-  cp.AddPartition(1, ReadWrite);
+  registerBlk(cp, makeBlk(41, 0xB, 3, 0, 1));
+  registerBlk(cp, makeBlk(42, 9, 0, 0, 1));  // single instance registered under id 0
   auto kls = std::make_unique<CKovKLSBlkLayout>(50, KovBlkLayoutAttrib(0x21, 4, 0, 0), "Zones",
                                                 blkDataLayout(), 64, 1, 8, 51, nullptr);
   kls->SetPartitionNum(1);
   registerBlk(cp, std::move(kls));
-  EXPECT_EQ(cp.GetBlkIDFromKovName(0x21, 0), 50);
-  EXPECT_EQ(cp.GetBlkIDFromKovName(0x21, 5), 50);
-}
-
-TEST(KovNames, IdZeroFallbackNeedsValidTypeAndFiledBlock) {
-  CKovCpLayout cp(1, 2, 4096, 0);
-  cp.AddPartition(1, ReadWrite);
-  // Type 0xFFFE is no valid type: only its exact name is found.
-  registerBlk(cp, makeBlk(60, 0xFFFE, 0, 1, 1));
-  EXPECT_EQ(cp.GetBlkIDFromKovName(0xFFFE, 0), 60);
-  EXPECT_KOV_THROW(cp.GetBlkIDFromKovName(0xFFFE, 3),
-                   "Unable to find blkID for item with KOV Name = 0xfffe0000.");
-  // Named but never filed: there is no layout to tell its instance kind.
-  auto unfiled = makeBlk(61, 0x44, 0, 1, 1);
+  registerBlk(cp, makeBlk(60, 0xFFFE, 0, 1, 1));  // 0xFFFE is no valid type
+  auto unfiled = makeBlk(61, 0x44, 0, 1, 1);      // named but never filed: no instance kind
   EXPECT_EQ(cp.HasUniqueKovName(unfiled.get()), 1);
-  EXPECT_KOV_THROW(cp.GetBlkIDFromKovName(0x44, 3),
-                   "Unable to find blkID for item with KOV Name = 0x440000.");
+  // A multi-instance or distributed block answers for every id of its type, a single-instance
+  // block for its own id only; the fallback to id 0 needs a valid type and a filed block.
+  const struct {
+    uint16_t type, id, blkID;
+    const char* error;
+  } cases[] = {
+      {7, 0, 40, nullptr},      {7, 12, 40, nullptr},         {8, 12, 0, "0x80000"},
+      {0xB, 3, 41, nullptr},    {0xB, 4, 0, "0xb0000"},       {9, 0, 42, nullptr},
+      {9, 1, 0, "0x90000"},     {0x21, 0, 50, nullptr},       {0x21, 5, 50, nullptr},
+      {0xFFFE, 0, 60, nullptr}, {0xFFFE, 3, 0, "0xfffe0000"}, {0x44, 3, 0, "0x440000"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << std::hex << c.type << "/" << c.id);
+    const uint32_t name = (uint32_t{c.type} << 16) | c.id;
+    if (c.error == nullptr) {
+      EXPECT_EQ(cp.GetBlkIDFromKovName(c.type, c.id), c.blkID);
+      EXPECT_EQ(cp.GetBlkIDFromKovName(name), c.blkID);
+    } else {
+      const std::string text =
+          std::string("Unable to find blkID for item with KOV Name = ") + c.error + ".";
+      EXPECT_KOV_THROW(cp.GetBlkIDFromKovName(c.type, c.id), text);
+      EXPECT_KOV_THROW(cp.GetBlkIDFromKovName(name), text);
+    }
+  }
 }
 
 // One layout with an ordinary block 1, a distributed KLS block 2 and a list owned by the test.

@@ -3,6 +3,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "kov/kovtest.h"
 #include "kov/layout/charfieldlayout.h"
@@ -51,33 +52,43 @@ TEST(DataLayoutMeasuring, WorkedExampleIs32BitsAndPlacesCAtByte102Msb7) {
   EXPECT_EQ(kovCalcFloatingFldBitOffsetFromEntryStart(nullptr, ex.dl.get(),
                                                       ex.dl->GetFieldLayout(2), kKovPkFieldMapKind),
             13u);
-  const uint32_t offsetC = kovCalcFloatingFldBitOffsetFromEntryStart(
-      nullptr, ex.dl.get(), ex.dl->GetFieldLayout(3), kKovPkFieldMapKind);
-  EXPECT_EQ(offsetC, 16u);
   // Entry at byte 100, MSB 7: bit index 800; C at 816 = byte 102, MSB 7.
-  const uint32_t position = 100 * 8 + (7 - 7) + offsetC;
-  EXPECT_EQ(position >> 3, 102u);
-  EXPECT_EQ(7 - (position & 7), 7u);
+  EXPECT_EQ(kovCalcFloatingFldBitOffsetFromEntryStart(nullptr, ex.dl.get(),
+                                                      ex.dl->GetFieldLayout(3), kKovPkFieldMapKind),
+            16u);
 }
 
-TEST(DataLayoutMeasuring, EmptyLayoutMeasuresZero) {
-  auto dl = makeLayout();
-  EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl.get(), nullptr, kKovPkFieldMapKind), 0u);
-  EXPECT_EQ(dl->GetIDOfLastFieldInLayout(), 0u);
-}
-
-TEST(DataLayoutMeasuring, FixedStartCountsFromLayoutMsbStart) {
-  // msbStart 3, last field at byte 1, MSB 7, 8 bits: 8 + (3 - 7) + 8 = 12.
-  auto dl = makeLayout(3);
-  dl->AddField(5, 0, fixedNum(dl.get(), 5, 1, 8, 7), 0);
-  EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl.get(), nullptr, kKovPkFieldMapKind), 12u);
-}
-
-TEST(DataLayoutMeasuring, SizeIsEndOfFieldAddedLastNotOfFieldEndingLast) {
-  auto dl = makeLayout();
-  dl->AddField(1, 0, fixedNum(dl.get(), 1, 4, 16), 0);  // bits 32..48
-  dl->AddField(2, 1, fixedNum(dl.get(), 2, 0, 8), 1);   // bits 0..8
-  EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl.get(), nullptr, kKovPkFieldMapKind), 8u);
+TEST(DataLayoutMeasuring, SizeIsTheEndOfTheFieldAddedLast) {
+  struct Fld {
+    uint32_t id, prev;
+    bool fixed;
+    uint32_t byteOffset, bits, gap;
+  };
+  const struct {
+    const char* what;
+    uint8_t msbStart;
+    std::vector<Fld> fields;
+    uint32_t bits;
+  } cases[] = {
+      {"empty", 7, {}, 0},
+      // 8 + (3 - 7) + 8: a fixed start counts from the layout's MSB start.
+      {"fixed start", 3, {{5, 0, true, 1, 8, 0}}, 12},
+      // Bits 32..48 then bits 0..8: the field added last counts, not the one ending last.
+      {"added last", 7, {{1, 0, true, 4, 16, 0}, {2, 1, true, 0, 8, 0}}, 8},
+      {"unknown predecessor ends at entry start", 7, {{1, 99, false, 0, 8, 3}}, 3 + 8},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    auto dl = makeLayout(c.msbStart);
+    int position = 0;
+    for (const Fld& f : c.fields) {
+      dl->AddField(f.id, f.prev,
+                   new CKovNumFieldLayout(f.id, f.byteOffset, f.bits, 7, f.fixed, f.gap, dl.get()),
+                   position++);
+    }
+    EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl.get(), nullptr, kKovPkFieldMapKind), c.bits);
+    EXPECT_EQ(dl->GetIDOfLastFieldInLayout(), c.fields.empty() ? 0u : c.fields.back().id);
+  }
 }
 
 TEST(DataLayoutMeasuring, ListWithoutValueMeasuresZeroUnlessFixedSize) {
@@ -106,27 +117,18 @@ TEST(DataLayoutMeasuring, PredecessorChainThatLoopsThrows) {
                    "Previous fields of field 2 in a data layout form a loop.");
 }
 
-TEST(DataLayoutMeasuring, UnknownPredecessorEndsAtEntryStart) {
+TEST(DataLayoutFields, LookupsOfFirstAndUnknownFields) {
+  // Prev id 0 makes a field its own predecessor; an unknown id answers itself and leaves the
+  // position alone.
   auto dl = makeLayout();
-  dl->AddField(1, 99, floatingNum(dl.get(), 1, 8, 3), 0);
-  EXPECT_EQ(kovCalculateDataLayoutSzInBits(dl.get(), nullptr, kKovPkFieldMapKind), 3u + 8u);
-}
-
-TEST(DataLayoutFields, PrevIdZeroMeansFirstFieldAndUnknownIdAnswersItself) {
-  auto dl = makeLayout();
-  dl->AddField(40, 0, fixedNum(dl.get(), 40, 0, 8), 0);
+  dl->AddField(40, 0, fixedNum(dl.get(), 40, 0, 8), -3);
   dl->AddField(41, 40, fixedNum(dl.get(), 41, 1, 8), 1);
   EXPECT_EQ(dl->GetPrevFieldID(40), 40u);
   EXPECT_EQ(dl->GetPrevFieldID(41), 40u);
   EXPECT_EQ(dl->GetPrevFieldID(777), 777u);
   EXPECT_EQ(dl->GetIDOfLastFieldInLayout(), 41u);
-}
-
-TEST(DataLayoutFields, PositionLookupLeavesOutValueAloneForUnknownId) {
-  auto dl = makeLayout();
-  dl->AddField(40, 0, fixedNum(dl.get(), 40, 0, 8), -3);
   int32_t position = 55;
-  EXPECT_EQ(dl->GetFieldPositionInLayout(41, position), 0);
+  EXPECT_EQ(dl->GetFieldPositionInLayout(777, position), 0);
   EXPECT_EQ(position, 55);
   EXPECT_EQ(dl->GetFieldPositionInLayout(40, position), 1);
   EXPECT_EQ(position, -3);
@@ -176,17 +178,13 @@ struct NestedLayouts {
   std::unique_ptr<CKovDataLayout> dl;
 };
 
-TEST(DataLayoutLookup, FindsFieldInUnionOptionInsideListEntry) {
+TEST(DataLayoutLookup, FindsFieldInUnionOptionInsideListEntryUnlessADirectOneHasTheId) {
   NestedLayouts nested;
   const CKovFieldLayout* found = nested.dl->GetFieldLayout(420);
   ASSERT_NE(found, nullptr);
   EXPECT_EQ(found->GetFieldID(), 420u);
   EXPECT_NE(nested.dl->GetFieldLayout(410), nullptr);
   EXPECT_EQ(nested.dl->GetFieldLayout(999), nullptr);
-}
-
-TEST(DataLayoutLookup, DirectFieldWinsOverNestedOne) {
-  NestedLayouts nested;
   nested.dl->AddField(420, 300, fixedNum(nested.dl.get(), 420, 9, 3), 1);
   EXPECT_EQ(nested.dl->GetFieldLayout(420)->GetByteOffset(), 9u);
 }

@@ -114,15 +114,11 @@ TEST(KLSBlkLayout, DistributedFormHasLinkAndLeqOnly) {
   }
 }
 
-TEST(KLSBlkLayout, NonZeroMaxLleqIsAnsweredWithoutTheFunction) {
+TEST(KLSBlkLayout, MaxLleqComesFromTheLayoutOrElseFromTheFunction) {
   lastCall = Call();
-  auto kls = makeKls(1, 10, recordingMaxLeq);
-  EXPECT_EQ(kls->GetMaxLLEQ(700, 2), 10);
+  EXPECT_EQ(makeKls(1, 10, recordingMaxLeq)->GetMaxLLEQ(700, 2), 10);
   EXPECT_EQ(lastCall.count, 0);
-}
 
-TEST(KLSBlkLayout, ZeroMaxLleqAsksTheFunctionForListletMaximum) {
-  lastCall = Call();
   auto kls = makeKls(1, 0, recordingMaxLeq);
   EXPECT_EQ(kls->GetMaxLLEQ(700, 2), 37);
   EXPECT_EQ(lastCall.count, 1);
@@ -130,7 +126,6 @@ TEST(KLSBlkLayout, ZeroMaxLleqAsksTheFunctionForListletMaximum) {
   EXPECT_EQ(lastCall.blk, kls.get());
   EXPECT_EQ(lastCall.instance, 2);
   EXPECT_EQ(lastCall.wantMaxLLEQ, 1);
-
   EXPECT_EQ(kls->GetCalcMaxEntryQty(701, 3, 0), 37);
   EXPECT_EQ(lastCall.wantMaxLLEQ, 0);
 }
