@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,7 @@
 #include "kov/platform/mevgenexception.h"
 #include "kov/platform/msgbox.h"
 #include "kov/unpack/up.h"
+#include "kov/unpack/upblkinstance.h"
 #include "kov/unpack/upentry.h"
 #include "kov/unpack/upentrylist.h"
 
@@ -229,6 +231,45 @@ inline void ExpectUnpacksToPackedValues(const CKovCpLayout* layout, const PackDa
     for (int i = 0; i < packed; ++i) {
       SCOPED_TRACE("instance " + std::to_string(i + 1));
       ExpectSameEntry(blk->GetPackEntryList()->GetAt(i), read->GetUnpackedEntryList()->GetAt(i));
+    }
+  }
+}
+
+// Adds every field of entry, at any depth, to out.
+inline void kovTestCollectFields(const CKovUpEntry* entry, std::set<const CKovField*>& out) {
+  if (entry == nullptr) return;
+  for (const auto& kv : entry->GetUpFieldMap()) {
+    const CKovField* f = kv.second != nullptr ? kv.second->GetData() : nullptr;
+    if (f == nullptr) continue;
+    out.insert(f);
+    if (f->IsList()) {
+      const CKovUpEntryList* entries = static_cast<const CKovListField*>(f)->GetUpEntryList();
+      if (entries != nullptr) {
+        for (const CKovUpEntry* e : *entries) kovTestCollectFields(e, out);
+      }
+    } else if (f->IsUnion()) {
+      kovTestCollectFields(static_cast<const CKovUnionField*>(f)->GetUpEntry(), out);
+    }
+  }
+}
+
+// Expects the fields map of every block instance of a finished unpack to hold only fields that
+// its blocks still own: a pointer to any other (freed) field is reported by id, without reading it.
+inline void ExpectFieldsMapsHoldLiveFields(const CKovUp& up) {
+  std::set<const CKovField*> live;
+  for (const auto& kv : up.GetUpBlksMap()) {
+    const CKovUpEntryList* entries = kv.second->GetUnpackedEntryList();
+    for (const CKovUpEntry* e : *entries) kovTestCollectFields(e, live);
+  }
+  for (const auto& kv : up.GetUpBlksList()) {
+    if (kv.second == nullptr) continue;
+    for (const CKovUpBlkInstance* inst : *kv.second) {
+      if (inst == nullptr) continue;
+      for (const auto& placed : inst->GetUpFieldMap()) {
+        EXPECT_TRUE(live.count(placed.second) != 0)
+            << "block " << kv.first << " [" << inst->GetBlkInstanceNum() << "]: field "
+            << placed.first << " in the fields map is owned by no entry";
+      }
     }
   }
 }

@@ -334,7 +334,11 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
                                                        static_cast<uint32_t>(entryLast), fieldsMap,
                                                        status));
     if (status != UpDone) {
-      if (!blkLayout->IsKLSBlk()) return;
+      if (!blkLayout->IsKLSBlk()) {
+        // The entry goes, and with it the fields it placed in the instance's map.
+        kovForgetFields(entry.get(), fieldsMap);
+        return;
+      }
       // The entries of a KLS list may be shorter than their layout.
       status = UpDone;
     }

@@ -6,6 +6,7 @@
 #include "kov/fields/namefield.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
+#include "kov/fields/listfield.h"
 #include "kov/fields/unionfield.h"
 #include "kov/layout/blklayout.h"
 #include "kov/layout/charfieldlayout.h"
@@ -17,6 +18,7 @@
 #include "kov/layout/unionfieldlayout.h"
 #include "kov/platform/format.h"
 #include "kov/platform/mevgenexception.h"
+#include "kov/unpack/upentrylist.h"
 #include "kov/unpack/upfieldfactory.h"
 #include "kov/unpack/uppatchmap.h"
 
@@ -51,7 +53,11 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
         }
         throw;
       }
-      if (status != UpDone) field.reset();
+      if (status != UpDone && field) {
+        // A list or union that gives up may have read entries below it already.
+        kovForgetField(field.get(), fieldsMap);
+        field.reset();
+      }
       if (status == UpOutsideBlkData || status == UpFailed) break;
       if (status == UpDeferred) {
         patchMap->AddField(up, startByte, startMsb, fieldID, fieldLayout, blkID, instance);
@@ -62,6 +68,7 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
       AddUpField(fieldID, new CKovUpField(field.release(), fieldLayout));
     }
   } catch (...) {
+    kovForgetFields(this, fieldsMap);
     Cleanup();
     throw;
   }
@@ -112,4 +119,25 @@ CKovField* CKovUpEntry::UnpackComplexField(const CKovUp* up, uint32_t startByte,
                                            UpStatus& status) const {
   return kovUnpackComplexField(up, blkLayout, startByte, startMsb, patchMap, fieldLayout, lastBit,
                                fieldsMap, status, fieldID, instance);
+}
+
+void kovForgetField(const CKovField* field, KovFieldsMap& fieldsMap) {
+  if (field == nullptr) return;
+  if (field->IsList()) {
+    const CKovUpEntryList* entries = static_cast<const CKovListField*>(field)->GetUpEntryList();
+    if (entries != nullptr) {
+      for (const CKovUpEntry* entry : *entries) kovForgetFields(entry, fieldsMap);
+    }
+  } else if (field->IsUnion()) {
+    kovForgetFields(static_cast<const CKovUnionField*>(field)->GetUpEntry(), fieldsMap);
+  }
+  const CKovField* const* placed = fieldsMap.PLookup(field->GetFieldID());
+  if (placed != nullptr && *placed == field) fieldsMap.RemoveKey(field->GetFieldID());
+}
+
+void kovForgetFields(const CKovUpEntry* entry, KovFieldsMap& fieldsMap) {
+  if (entry == nullptr) return;
+  for (const auto& kv : entry->GetUpFieldMap()) {
+    if (kv.second != nullptr) kovForgetField(kv.second->GetData(), fieldsMap);
+  }
 }

@@ -11,6 +11,12 @@
 // those of entries inside lists and unions); the fields map owns nothing and takes every field of
 // the instance at any depth. An exception with an empty text from a field gets
 // "Unable to write field %d in block %s to image.".
+//
+// A field or entry that is thrown away after it was read (a list entry whose walk ended early, a
+// list or union that must wait after its entries were read, a retry of the patch map that still
+// waits) first leaves the fields map: kovForgetField and kovForgetFields remove every field of it,
+// at any depth, whose pointer the map still holds, so that no pointer into freed memory remains
+// for a later field, another block or the application to read.
 #ifndef KOV_UNPACK_UPENTRY_H
 #define KOV_UNPACK_UPENTRY_H
 
@@ -62,5 +68,11 @@ class CKovUpEntry {
   KovUpFieldMap upFields;
   const CKovDataLayout* dataLayout;
 };
+
+// Removes field, and every field below it in list entries and union options, from fieldsMap
+// where the map holds that very pointer. Never throws.
+void kovForgetField(const CKovField* field, KovFieldsMap& fieldsMap);
+// The same for every field of entry (null: nothing).
+void kovForgetFields(const CKovUpEntry* entry, KovFieldsMap& fieldsMap);
 
 #endif  // KOV_UNPACK_UPENTRY_H

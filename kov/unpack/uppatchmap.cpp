@@ -103,8 +103,15 @@ UpStatus CKovUpPatchMap::UnpackField(const CKovUp* up, const KovUpPatchFieldInfo
                                         info->fieldLayout, fieldsMap, lastBit, info->fieldID,
                                         status));
   }
-  if (status != UpDone) return status;
+  if (status != UpDone) {
+    // A retried list or union that still waits may have read entries below it.
+    kovForgetField(field.get(), fieldsMap);
+    return status;
+  }
   if (!field) return UpDone;
+  // A field stored again under its id replaces, and frees, the one before it.
+  CKovUpField* const* before = blkInst->GetUpEntry()->GetUpFieldMap().PLookup(info->fieldID);
+  if (before != nullptr && *before != nullptr) kovForgetField((*before)->GetData(), fieldsMap);
   fieldsMap.SetAt(info->fieldID, field.get());
   blkInst->GetUpEntry()->AddUpField(info->fieldID,
                                     new CKovUpField(field.release(), info->fieldLayout));
