@@ -156,6 +156,17 @@ TEST(FullUnpack, FailuresSpendTheObject) {
       {"size below the checksum", Bytes{0x00, 0x12, 0x00, 0x00, 0x00, 0x01, 0x00},
        "Block header at offset 0 (KOV name 0x00120000) has size 1, below the 2 bytes of its "
        "checksum."},
+      // 65536 instances of B (11 bytes each, data 0): the 16-bit instance number would wrap.
+      {"more instances than an instance number counts", [] {
+         Bytes b;
+         for (uint32_t n = 0; n < 65536; ++n) {
+           b.insert(b.end(), {0x00, 0x12, static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n),
+                              0x00, 0x05, 0, 0, 0, 0, 0});
+         }
+         return b;
+       }(),
+       "Block B at offset 720885 would be its instance 65536: a block holds at most 65535 "
+       "instances."},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -171,6 +182,19 @@ TEST(FullUnpack, FailuresSpendTheObject) {
     EXPECT_KOV_THROW(up.FullUnpack(),
                      "This unpack has been used: make a new CKovUp for another image.");
   }
+}
+
+TEST(FullUnpack, SecondCallIsRefusedAndKeepsTheResults) {
+  WalkLayout w;
+  CKovUp up(w.b.cp.get(), kWalkImage, "");
+  ASSERT_EQ(up.FullUnpack(), 1);
+  const CKovUpEntry* taken = up.GetUnpackedBlk(2)->GetUpEntry(2);
+  EXPECT_KOV_THROW(up.FullUnpack(),
+                   "This unpack has been used: make a new CKovUp for another image.");
+  ASSERT_NE(up.GetUnpackedBlk(2), nullptr);
+  EXPECT_EQ(up.GetUnpackedBlk(2)->GetUpEntry(2), taken);
+  EXPECT_EQ(numberOf(taken, 20), 0u);
+  EXPECT_NE(up.GetImage(), nullptr);
 }
 
 TEST(FullUnpack, TruncationAtEveryLengthEndsInResultOrItsException) {
