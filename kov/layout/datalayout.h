@@ -31,8 +31,8 @@
 class CKovFieldLayout;
 
 // The kind of a data layout. The application chooses its values; the library only tests
-// ListEntryLayout, the data layout of one list entry.
-enum LayoutType { ListEntryLayout = 2 };
+// ListEntryLayout, the data layout of one list entry. Any int is a valid value.
+enum LayoutType : int { ListEntryLayout = 2 };
 
 class CKovDataLayout {
  public:
