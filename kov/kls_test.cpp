@@ -49,12 +49,13 @@ CKovPkEntry* listEntry(CKovField* list) {
 // Blocks A to E of the image-format example: C a KLS block, D the header of the distributed
 // KLS block E (max LLEQ 2).
 struct FormatExample {
-  explicit FormatExample(bool giveHeaderData = true, uint16_t maxLLEQ = 2) {
+  explicit FormatExample(bool giveHeaderData = true, uint16_t maxLLEQ = 2, uint32_t cLayoutMax = 4,
+                         uint16_t cMaxLeq = 4) {
     CKovCpLayout* cp = ab.b.cp.get();
     auto* c = new CKovKLSBlkLayout(3, KovBlkLayoutAttrib(0x0013, 0, 0, 0), "C",
                                    new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
                                    4, 0, 0, 0, nullptr);
-    cfgList(c, 30, 8, 4, 16);
+    cfgList(c, 30, 8, cLayoutMax, 16);
     hdr = new CKovBlkLayout(4, KovBlkLayoutAttrib(0x0015, 0, 0, 0), "D", 0,
                             new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0, 1);
     hdr->SetDistKLSBlkID(5);
@@ -68,12 +69,12 @@ struct FormatExample {
       cp->HasUniqueKovName(blk);
       cp->AddBlkLayout(blk);
     }
-    ab.data.Add(c, {listEntry(listValue(30, 4, {0x0101, 0x0202}, 16))}, {12});
+    ab.data.Add(c, {listEntry(listValue(30, cMaxLeq, {0x0101, 0x0202}, 16))}, {12});
     if (giveHeaderData) ab.data.Add(hdr, {new CKovPkEntry(0)}, {12});
   }
-  void Lists(std::vector<std::vector<uint32_t>> lists) {
+  void Lists(std::vector<std::vector<uint32_t>> lists, uint16_t maxLeq = 5) {
     std::vector<CKovPkEntry*> entries;
-    for (auto& values : lists) entries.push_back(listEntry(listValue(50, 5, values, 8)));
+    for (auto& values : lists) entries.push_back(listEntry(listValue(50, maxLeq, values, 8)));
     ab.data.Add(dist, entries, std::vector<uint16_t>(lists.size(), 0));
   }
   const CKovCpLayout* Layout() const { return ab.b.cp.get(); }
@@ -106,6 +107,32 @@ TEST(KlsPack, FormatExampleByteExactWithOrWithoutHeaderData) {
     FormatExample ex(giveHeader);
     ex.Lists({{0xA1, 0xA2, 0xA3}});
     EXPECT_EQ(packImage(ex.Layout(), ex.ab.data), kFormatExample);
+  }
+}
+
+TEST(KlsPack, QuantityIsBoundByTheMaximumOfThePackData) {
+  // A KLS list's maximum is the one its configuration records (the pack data's), whatever the
+  // layout's: C's layout says 0 or 1 here, E's 5.
+  const std::string overC = "List  holds 2 entries, more than the maximum of 1 its pack data gives.";
+  const std::string overE = "List  holds 3 entries, more than the maximum of 2 its pack data gives.";
+  struct Case {
+    uint32_t cLayoutMax;
+    uint16_t cMaxLeq, eMaxLeq;
+    std::string text;
+  } cases[] = {
+      {0, 4, 5, ""}, {1, 2, 3, ""}, {4, 1, 5, overC}, {0, 4, 2, overE},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.cLayoutMax << " " << c.cMaxLeq << " " << c.eMaxLeq);
+    FormatExample ex(true, 2, c.cLayoutMax, c.cMaxLeq);
+    ex.Lists({{0xA1, 0xA2, 0xA3}}, c.eMaxLeq);
+    if (c.text.empty()) {
+      Bytes image;
+      EXPECT_KOV_NO_THROW(image = packImage(ex.Layout(), ex.ab.data));
+      ExpectUnpacksToPackedValues(ex.Layout(), ex.ab.data, image);
+    } else {
+      EXPECT_KOV_THROW(packImage(ex.Layout(), ex.ab.data), c.text);
+    }
   }
 }
 

@@ -294,14 +294,16 @@ TEST(UnionField, SelectionFailuresAreReported) {
 // A calculated quantity: always 3.
 uint32_t threeEntries(const CKovUp*, const CKovBlkLayout*, uint32_t, uint16_t) { return 3; }
 
-TEST(RoundTrip, EveryListFormatReadsBackAsPacked) {
+TEST(RoundTrip, EveryListFormatReadsBackAsPackedUpToTheLayoutMaximum) {
   struct Case {
     ListFormat format;
     uint32_t qty;
-  } cases[] = {{FixedSzNoLeq, 4},  {VarSzContigLeq, 2}, {VarSzSameBlkLeq, 3}, {VarSzSplitLeq, 1},
-               {VarSzCalcLeq, 3},  {VarSzCalcLeqAlt, 3}, {VarSzContigLeq, 0}};
+  } cases[] = {{FixedSzNoLeq, 4},    {VarSzContigLeq, 2},  {VarSzSameBlkLeq, 3}, {VarSzSplitLeq, 1},
+               {VarSzCalcLeq, 3},    {VarSzCalcLeqAlt, 3}, {VarSzContigLeq, 0},  {FixedSzNoLeq, 5},
+               {VarSzContigLeq, 5},  {VarSzSameBlkLeq, 5}, {VarSzSplitLeq, 5},   {VarSzCalcLeq, 5},
+               {VarSzCalcLeqAlt, 5}};
   for (const Case& c : cases) {
-    SCOPED_TRACE(static_cast<int>(c.format));
+    SCOPED_TRACE(testing::Message() << static_cast<int>(c.format) << " qty " << c.qty);
     LayoutBuilder b;
     // Block K holds the LEQ of a split list; it comes after the list's block in the image.
     CKovBlkLayout* blk = b.Block(1, "Lists", 0x0091, 0, 1, 0, 12);
@@ -328,6 +330,12 @@ TEST(RoundTrip, EveryListFormatReadsBackAsPacked) {
     PackData data;
     data.Add(blk, instances, {12, 12});
     data.Add(k, {new CKovPkEntry(1), new CKovPkEntry(1)}, {1, 1});
+    if (c.qty > 4) {
+      // Every format here is bound by the layout's maximum of 4.
+      EXPECT_KOV_THROW(packImage(b.cp.get(), data),
+                       "List  holds 5 entries, more than the 4 its layout allows.");
+      continue;
+    }
     ExpectUnpacksToPackedValues(b.cp.get(), data, packImage(b.cp.get(), data));
   }
 }

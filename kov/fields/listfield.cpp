@@ -34,6 +34,15 @@ uint64_t linearIndex(uint32_t byte, uint8_t msb) { return uint64_t{byte} * 8 + 7
 
 }  // namespace
 
+void kovCheckKLSListQty(const char* listName, uint32_t listEntryQty, uint16_t maxLeq) {
+  if (listEntryQty > maxLeq) {
+    throw new CMevGenException(
+        kovFormat("List %s holds %u entries, more than the maximum of %u its pack data gives.",
+                  listName, listEntryQty, static_cast<unsigned>(maxLeq)),
+        0);
+  }
+}
+
 CKovListField::CKovListField(uint32_t fieldID, uint32_t listEntryQty, uint16_t maxLeq,
                              CKovPkEntryList* pkEntryList)
     : CKovComplexField(fieldID),
@@ -135,8 +144,11 @@ int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
                   fieldName->c_str(), static_cast<int>(listEntryQty)),
         0);
   }
-  // Entries beyond the layout's maximum would run into the fields that follow the list.
-  if (listEntryQty > layout->GetMaxEntryQty()) {
+  // A KLS list is bound by the maximum its configuration records, the pack data's.
+  if (layout->GetListFormat() == VarSzCfgLeq) {
+    kovCheckKLSListQty(fieldName->c_str(), listEntryQty, maxLeq);
+  } else if (listEntryQty > layout->GetMaxEntryQty()) {
+    // Entries beyond the layout's maximum would run into the fields that follow the list.
     throw new CMevGenException(
         kovFormat("List %s holds %u entries, more than the %u its layout allows.",
                   fieldName->c_str(), listEntryQty, layout->GetMaxEntryQty()),

@@ -19,7 +19,10 @@
 // whose entries would run past the end of the image is refused with
 // "List %d in block %s [%d] holds %u entries of %u bits, which run past the end of the image.".
 // Other failures: "Number of entries in List field %s does not match pack quantity of %d.",
-// "List %s holds %u entries, more than the %u its layout allows.",
+// "List %s holds %u entries, more than the %u its layout allows." (the layout's maximum bounds
+// every list but one of a KLS block, VarSzCfgLeq, whose maximum is the pack data's maxLeq that
+// the configuration records: "List %s holds %u entries, more than the maximum of %u its pack data
+// gives."),
 // "Field layout for LEQ field referenced by list %s not found",
 // "Anchor field (%s) in Single Instance block references split field in Multiple Instance
 // block.", "LEQ %u of list %s does not fit in the %u bits of its LEQ field.",
@@ -114,5 +117,8 @@ class CKovListField : public CKovComplexField {
   std::unique_ptr<CKovPkEntryList> pkEntryList;
   std::unique_ptr<CKovUpEntryList> upEntryList;
 };
+
+// Throws the refusal of a KLS list of listEntryQty entries above its pack data's maxLeq.
+void kovCheckKLSListQty(const char* listName, uint32_t listEntryQty, uint16_t maxLeq);
 
 #endif  // KOV_FIELDS_LISTFIELD_H

@@ -346,7 +346,11 @@ void CKovPkStdBlk::WriteDistKLSBlkInstance(const CKovPk* pk, CKovImage* image,
                                            uint16_t instance, uint16_t& listletNum) const {
   const CKovListField* list = asList(listField);
   const CKovPkEntryList* entries = list->GetPkEntryList();
-  uint16_t qty = static_cast<uint16_t>(entries != nullptr ? entries->GetCount() : 0);
+  int given = entries != nullptr ? entries->GetCount() : 0;
+  // The header records the list's maximum; more entries would also wrap the 16-bit count.
+  kovCheckKLSListQty(list->GetFieldName().c_str(), static_cast<uint32_t>(given),
+                     list->GetMaxLeq());
+  uint16_t qty = static_cast<uint16_t>(given);
   uint32_t listID = list->GetFieldID();
   uint16_t maxLLEQ = static_cast<const CKovKLSBlkLayout*>(blkLayout)->GetMaxLLEQ(listID, instance);
   if (qty > 0 && maxLLEQ == 0) {
