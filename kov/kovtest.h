@@ -3,11 +3,14 @@
 #ifndef KOV_KOVTEST_H
 #define KOV_KOVTEST_H
 
+#include <expat.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
+#include <sstream>
 #include <memory>
 #include <set>
 #include <string>
@@ -233,6 +236,23 @@ inline void ExpectUnpacksToPackedValues(const CKovCpLayout* layout, const PackDa
       ExpectSameEntry(blk->GetPackEntryList()->GetAt(i), read->GetUnpackedEntryList()->GetAt(i));
     }
   }
+}
+
+// Reads the report at path, expects an XML parser to find it well-formed, removes the file and
+// returns its text.
+inline std::string kovTestReadXmlReport(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  std::string text = s.str();
+  in.close();
+  std::remove(path.c_str());
+  XML_Parser parser = XML_ParserCreate(nullptr);
+  bool ok = XML_Parse(parser, text.data(), static_cast<int>(text.size()), 1) == XML_STATUS_OK;
+  EXPECT_TRUE(ok) << path << ":" << XML_GetCurrentLineNumber(parser) << ": "
+                  << XML_ErrorString(XML_GetErrorCode(parser));
+  XML_ParserFree(parser);
+  return text;
 }
 
 // Adds every field of entry, at any depth, to out.

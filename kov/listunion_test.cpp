@@ -86,13 +86,6 @@ CKovPkEntry* entryOfList(uint32_t id, uint32_t qty, std::vector<uint32_t> values
   return entryOf({list});
 }
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 size_t countOf(const std::string& text, const std::string& what) {
   size_t n = 0;
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
@@ -235,8 +228,7 @@ std::string patchExampleReport(bool waitingLeq) {
   CKovUp up(b.cp.get(), image, path);
   EXPECT_KOV_NO_THROW(up.FullUnpack());
   ExpectUnpacksToPackedValues(b.cp.get(), data, image);
-  std::string report = readFile(path);
-  std::remove(path.c_str());
+  std::string report = kovTestReadXmlReport(path);
   return report;
 }
 
@@ -270,8 +262,7 @@ TEST(UnionField, DiscriminantAheadOrBehindGivesTheSameUnion) {
     EXPECT_EQ(u->GetImageSize(), 8u);
     EXPECT_EQ(kovTestValueText(e->GetUpField(53)->GetData()), "number 0xab");  // through U
     EXPECT_EQ(kovTestValueText(e->GetUpField(54)->GetData()), "number 0xcd");
-    std::string report = readFile(path);
-    std::remove(path.c_str());
+    std::string report = kovTestReadXmlReport(path);
     EXPECT_EQ(countOf(report, "<Name> N </Name>"), discrBehind ? 2u : 1u);
     EXPECT_LT(report.find("<Name> N </Name>"), report.find("<Union>"));
     kovClearRegisteredStrings();
@@ -497,8 +488,7 @@ TEST(XmlReport, WholeWorkedExampleFromAnUnpack) {
   CKovUp up(b.cp.get(), packImage(b.cp.get(), data), path);
   ASSERT_EQ(up.FullUnpack(), 1);
   kovClearRegisteredStrings();
-  std::string report = readFile(path);
-  std::remove(path.c_str());
+  std::string report = kovTestReadXmlReport(path);
   const std::string block =
       "<CodeplugData>\n"
       "\t<Block>\n"

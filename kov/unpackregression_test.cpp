@@ -31,14 +31,6 @@ void addList(CKovDataLayout* parent, uint32_t id, uint32_t prev, int pos, uint32
                    pos);
 }
 
-std::string readAndRemove(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  std::remove(path.c_str());
-  return s.str();
-}
-
 size_t countOf(const std::string& text, const std::string& what) {
   size_t n = 0;
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
@@ -107,7 +99,7 @@ TEST(UnpackRegression, SplitLeqIntoAnEntryThatWaitsReadsNoFreedField) {
   ASSERT_EQ(outer->GetCount(), 1);
   EXPECT_EQ(valueOf(outer->GetAt(0), 11), 1u);
   // R is read in the walk, in sweep 1 (before P, as block 2 waits since later) and in sweep 2.
-  EXPECT_EQ(countOf(readAndRemove(path), "<BlockName> R_1 </BlockName>"), 3u);
+  EXPECT_EQ(countOf(kovTestReadXmlReport(path), "<BlockName> R_1 </BlockName>"), 3u);
 }
 
 uint32_t oneThenNone(const CKovUp*, const CKovBlkLayout*, uint32_t, uint16_t) {

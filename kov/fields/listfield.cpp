@@ -347,8 +347,10 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
                                                        status));
     if (status != UpDone) {
       if (!blkLayout->IsKLSBlk()) {
-        // The entry goes, and with it the fields it placed in the instance's map.
+        // The entry goes, and with it the fields it placed in the instance's map. Its <LED> is
+        // closed all the same, so that the report stays well-formed XML.
         kovForgetFields(entry.get(), fieldsMap);
+        up->XmlAddEndTagLine("</LED>");
         return;
       }
       // The entries of a KLS list may be shorter than their layout.

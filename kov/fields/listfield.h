@@ -15,7 +15,9 @@
 // 0x1234 and 0x5678, entry start at image byte 4 -> from byte 4: 02 12 34 56 78.
 //
 // Unpack: the LEQ first (a list whose LEQ is not read yet answers UpDeferred), then the entries,
-// each limited to its own bits. The first entry must end within the surrounding data; a list
+// each limited to its own bits. An entry of an ordinary block that does not end in UpDone is
+// dropped and ends the list with its status; the report still closes its <LED>, so that it stays
+// well-formed XML. The first entry must end within the surrounding data; a list
 // whose entries would run past the end of the image is refused with
 // "List %d in block %s [%d] holds %u entries of %u bits, which run past the end of the image.".
 // Other failures: "Number of entries in List field %s does not match pack quantity of %d.",

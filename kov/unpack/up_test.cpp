@@ -17,13 +17,6 @@ uint32_t numberOf(const CKovUpEntry* entry, uint32_t id) {
   return f != nullptr ? static_cast<const CKovNumField*>(f->GetData())->GetValue() : 0xDEADBEEF;
 }
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 bool fileExists(const std::string& path) { return static_cast<bool>(std::ifstream(path)); }
 
 // Blocks A (0x0101, single) and B (0x0102, multi-instance) of the walk example, each with one
@@ -236,8 +229,7 @@ TEST(FullUnpack, WritesReportOfPrimitiveFields) {
   CKovUp up(ab.b.cp.get(), image, path);
   ASSERT_EQ(up.FullUnpack(), 1);
   kovClearRegisteredStrings();
-  std::string report = readFile(path);
-  std::remove(path.c_str());
+  std::string report = kovTestReadXmlReport(path);
   auto field = [](const char* name, int byteOffset, int msb, int length, const char* value) {
     char buf[512];
     std::snprintf(buf, sizeof buf,
@@ -285,8 +277,7 @@ TEST(UpPatchMap, DeferredFieldIsReadBySweepInEveryInstance) {
   EXPECT_EQ(numberOf(blk->GetUpEntry(2), 2), 0x77u);
   // The sweep reports each instance's late field under a block section of its own, behind the
   // blocks of the walk.
-  std::string report = readFile(path);
-  std::remove(path.c_str());
+  std::string report = kovTestReadXmlReport(path);
   size_t late1 = report.find("<BlockName> M_1 </BlockName>", report.find("M_2"));
   size_t late2 = report.find("<BlockName> M_2 </BlockName>", late1);
   EXPECT_NE(late1, std::string::npos);
