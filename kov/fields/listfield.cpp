@@ -1,5 +1,6 @@
 #include "kov/fields/listfield.h"
 
+#include "kov/fields/fieldcopy.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/primitiveio.h"
 #include "kov/image/image.h"
@@ -78,6 +79,37 @@ CKovListField::CKovListField(const CKovUp* up, const CKovBlkLayout* blkLayout,
   UnpackListField(up, listLayout, blkLayout, entryStartByte, entryMsbStart, lastBit, patchMap,
                   instance, fieldsMap, status);
   up->XmlAddEndTagLine("</List>");
+}
+
+CKovListField::CKovListField(const CKovListField& other)
+    : CKovComplexField(other),
+      listID(other.listID),
+      listEntryQty(other.listEntryQty),
+      maxLeq(other.maxLeq) {
+  if (other.pkEntryList) {
+    pkEntryList = std::make_unique<CKovPkEntryList>();
+    for (const CKovPkEntry* entry : *other.pkEntryList) {
+      pkEntryList->AddTail(kovCopyPkEntry(entry));
+    }
+  }
+  if (other.upEntryList) {
+    upEntryList = std::make_unique<CKovUpEntryList>();
+    for (const CKovUpEntry* entry : *other.upEntryList) {
+      upEntryList->AddTail(kovCopyUpEntry(entry));
+    }
+  }
+}
+
+CKovListField& CKovListField::operator=(const CKovListField& other) {
+  if (this == &other) return *this;
+  CKovListField copy(other);
+  CKovComplexField::operator=(other);
+  listID = copy.listID;
+  listEntryQty = copy.listEntryQty;
+  maxLeq = copy.maxLeq;
+  pkEntryList.swap(copy.pkEntryList);
+  upEntryList.swap(copy.upEntryList);
+  return *this;
 }
 
 CKovListField::~CKovListField() { Cleanup(); }

@@ -27,7 +27,9 @@
 // gives."),
 // "Field layout for LEQ field referenced by list %s not found",
 // "Anchor field (%s) in Single Instance block references split field in Multiple Instance
-// block.", "LEQ %u of list %s does not fit in the %u bits of its LEQ field.",
+// block.", "LEQ %u of list %s does not fit in the %u bits of its LEQ field." (deliberate: a
+// quantity wider than its field would be cut to the field's bits and read back as another
+// quantity; an LEQ field in the list's own entry refuses the same way, with PkFailed),
 // "Not user function found for calculating entry quantity for list %d in block %s",
 // "Unable to determine LED size for list %d in\nblock %s".
 #ifndef KOV_FIELDS_LISTFIELD_H
@@ -59,8 +61,10 @@ class CKovListField : public CKovComplexField {
                 uint32_t lastBit, KovFieldsMap& fieldsMap, UpStatus& status, uint32_t fieldID,
                 uint16_t instance);
   ~CKovListField() override;
-  CKovListField(const CKovListField&) = delete;
-  CKovListField& operator=(const CKovListField&) = delete;
+  // Deep copies: the copy has entries (and values) of its own. Assignment gives the strong
+  // guarantee. Throw what kovCopyField throws.
+  CKovListField(const CKovListField& other);
+  CKovListField& operator=(const CKovListField& other);
 
   int IsList() const override { return 1; }
 

@@ -1,6 +1,7 @@
 #include "kov/fields/unionfield.h"
 
 #include "kov/fields/charfield.h"
+#include "kov/fields/fieldcopy.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
 #include "kov/layout/blklayout.h"
@@ -80,6 +81,23 @@ CKovUnionField::CKovUnionField(const CKovUp* up, const CKovBlkLayout* blkLayout,
   if (status == UpOutsideBlkData && hasFields) status = UpDone;
   if (measure && status == UpDone && hasFields) imageSize = CalculateUpEntrySzInBits(optionLayout);
   up->XmlAddEndTagLine("</Union>");
+}
+
+CKovUnionField::CKovUnionField(const CKovUnionField& other)
+    : CKovComplexField(other),
+      layoutID(other.layoutID),
+      pkEntry(kovCopyPkEntry(other.pkEntry.get())) {
+  upEntry.reset(kovCopyUpEntry(other.upEntry.get()));
+}
+
+CKovUnionField& CKovUnionField::operator=(const CKovUnionField& other) {
+  if (this == &other) return *this;
+  CKovUnionField copy(other);
+  CKovComplexField::operator=(other);
+  layoutID = copy.layoutID;
+  pkEntry.swap(copy.pkEntry);
+  upEntry.swap(copy.upEntry);
+  return *this;
 }
 
 CKovUnionField::~CKovUnionField() { Cleanup(); }

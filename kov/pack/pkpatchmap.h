@@ -54,7 +54,9 @@ struct KovPkPatchFieldInfo {
   bool ownsField;
 };
 
-class CKovPkPatchMap {
+// The map is itself the map of block id -> records waiting for that block.
+class CKovPkPatchMap
+    : public CKovMap<uint32_t, std::list<std::unique_ptr<KovPkPatchFieldInfo>>> {
  public:
   using RecordList = std::list<std::unique_ptr<KovPkPatchFieldInfo>>;
 
@@ -73,7 +75,7 @@ class CKovPkPatchMap {
                    KovIDVectorMap& vectorMap, const KovPkBlkMap* pkBlks);
 
   // Block ids with records still waiting, and their records.
-  const CKovMap<uint32_t, RecordList>& GetRecords() const { return records; }
+  const CKovMap<uint32_t, RecordList>& GetRecords() const { return *this; }
 
  protected:
   using InstanceSet = CKovMap<uint32_t, bool>;
@@ -102,7 +104,6 @@ class CKovPkPatchMap {
   bool FloatingFieldIndex(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
                           uint32_t dataStart, uint32_t& index) const;
 
-  CKovMap<uint32_t, RecordList> records;
 };
 
 #endif  // KOV_PACK_PKPATCHMAP_H

@@ -246,7 +246,8 @@ const CKovDataLayout* CKovUpDistKLSBlkInst::GetUnionDataLayout(
                       blkLayout->GetBlkName().c_str(), blkInstanceNum, fieldID));
 }
 
-void CKovUpDistKLSBlkInst::DeleteListletBlkInstances(std::list<CKovUpBlkInstance*>& listlets) {
+void CKovUpDistKLSBlkInst::DeleteListletBlkInstances(
+    std::list<CKovUpBlkInstance*>& listlets) const {
   for (CKovUpBlkInstance* listlet : listlets) delete listlet;
   listlets.clear();
 }

@@ -59,7 +59,8 @@ class CKovUpDistKLSBlkInst : public CKovUpBlkInstance {
   void AddLeqFieldToBlkInstance(const CKovField* listField);
   // Takes ownership of listField.
   void AddListFieldToDistKLSBlkInst(const CKovField* listField);
-  static void DeleteListletBlkInstances(std::list<CKovUpBlkInstance*>& listlets);
+  // Deletes every listlet and empties the list.
+  void DeleteListletBlkInstances(std::list<CKovUpBlkInstance*>& listlets) const;
 
  private:
   const CKovBlkLayout* blkLayout;

@@ -30,7 +30,7 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
   status = UpDone;
   uint16_t blkID = blkLayout->GetBlkID();
   // Most entries read every field of their layout: room for them all at once.
-  upFields.Reserve(dataLayout->GetFieldMap().size());
+  Reserve(dataLayout->GetFieldMap().size());
   try {
     for (uint32_t fieldID : dataLayout->GetOrderedFieldIDsList()) {
       status = UpDone;
@@ -77,12 +77,12 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
 CKovUpEntry::~CKovUpEntry() { Cleanup(); }
 
 void CKovUpEntry::Cleanup() {
-  for (auto& kv : upFields) delete kv.second;
-  upFields.RemoveAll();
+  for (auto& kv : *this) delete kv.second;
+  RemoveAll();
 }
 
 void CKovUpEntry::AddUpField(uint32_t fieldID, CKovUpField* field) {
-  CKovUpField*& slot = upFields[fieldID];
+  CKovUpField*& slot = (*this)[fieldID];
   // A second field under one id would leave the first without an owner.
   delete slot;
   slot = field;
@@ -90,9 +90,9 @@ void CKovUpEntry::AddUpField(uint32_t fieldID, CKovUpField* field) {
 
 const CKovUpField* CKovUpEntry::GetUpField(uint32_t fieldID) const {
   CKovUpField* field = nullptr;
-  if (upFields.Lookup(fieldID, field) && field != nullptr) return field;
+  if (Lookup(fieldID, field) && field != nullptr) return field;
   // A union is transparent: its option's fields answer for the entry that holds it.
-  for (const auto& kv : upFields) {
+  for (const auto& kv : GetUpFieldMap()) {
     const CKovField* value = kv.second != nullptr ? kv.second->GetData() : nullptr;
     if (value == nullptr || !value->IsUnion()) continue;
     const CKovUpEntry* inner = static_cast<const CKovUnionField*>(value)->GetUpEntry();

@@ -30,7 +30,8 @@ class CKovDataLayout;
 class CKovUp;
 class CKovUpPatchMap;
 
-class CKovUpEntry {
+// An entry is itself the map of its own fields, field id -> unpacked field (owned).
+class CKovUpEntry : public KovUpFieldMap {
  public:
   // An entry without fields.
   explicit CKovUpEntry(const CKovDataLayout* dataLayout) : dataLayout(dataLayout) {}
@@ -46,7 +47,7 @@ class CKovUpEntry {
   // The field of this entry with fieldID, looking through the entries of its unions; null when
   // there is none. Fields inside list entries are found on those entries.
   const CKovUpField* GetUpField(uint32_t fieldID) const;
-  const KovUpFieldMap& GetUpFieldMap() const { return upFields; }
+  const KovUpFieldMap& GetUpFieldMap() const { return *this; }
 
   // Stores field under fieldID, taking ownership; a field already there is deleted.
   void AddUpField(uint32_t fieldID, CKovUpField* field);
@@ -65,7 +66,6 @@ class CKovUpEntry {
   void Cleanup();
 
  private:
-  KovUpFieldMap upFields;
   const CKovDataLayout* dataLayout;
 };
 
