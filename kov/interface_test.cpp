@@ -101,7 +101,7 @@ TEST(Interface, ListUnionAndDiscriminantCopiesOwnWhatTheyHold) {
   uCopy.reset();
   ASSERT_NE(uAssigned.GetUpEntry(), nullptr);
   EXPECT_NE(uAssigned.GetUpEntry(), u.GetUpEntry());
-  EXPECT_EQ(kovTestValueText(uAssigned.GetUpEntry()->GetUpField(71)->GetData()), "string \"Hi\"");
+  EXPECT_EQ(kovGenValueText(uAssigned.GetUpEntry()->GetUpField(71)->GetData()), "string \"Hi\"");
   EXPECT_EQ(uAssigned.GetLayoutID(), 2u);
 
   KovDiscrInfo owned(new CKovNumField(3, 80, 8), nullptr, true);
@@ -109,7 +109,7 @@ TEST(Interface, ListUnionAndDiscriminantCopiesOwnWhatTheyHold) {
   borrowed = owned;
   EXPECT_NE(borrowed.discrField, owned.discrField);
   EXPECT_TRUE(borrowed.ownsField);
-  EXPECT_EQ(kovTestValueText(borrowed.discrField), "number 0x3");
+  EXPECT_EQ(kovGenValueText(borrowed.discrField), "number 0x3");
 }
 
 TEST(Interface, TotalNumberOfFieldsOutlivesTheHandOverOfTheEntry) {

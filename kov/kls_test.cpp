@@ -233,14 +233,14 @@ TEST(KlsUnpack, FormatExampleJoinsTheListletsOfE) {
   ASSERT_NE(e, nullptr);
   ASSERT_EQ(e->GetBlkInstanceQty(), 1);
   const CKovUpEntry* entry = e->GetUpEntry(1);
-  EXPECT_EQ(kovTestValueText(entry->GetUpField(kCfgLeq)->GetData()), "number 0x3");
-  EXPECT_EQ(kovTestValueText(entry->GetUpField(CKovKLSBlkLayout::m_linkFldID)->GetData()),
+  EXPECT_EQ(kovGenValueText(entry->GetUpField(kCfgLeq)->GetData()), "number 0x3");
+  EXPECT_EQ(kovGenValueText(entry->GetUpField(CKovKLSBlkLayout::m_linkFldID)->GetData()),
             "name 0x00000000");
   auto* list = static_cast<const CKovListField*>(entry->GetUpField(50)->GetData());
   ASSERT_EQ(list->GetUpEntryList()->GetCount(), 3);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(kovTestValueText(list->GetUpEntryList()->GetAt(i)->GetUpField(51)->GetData()),
-              kovTestValueText(std::make_unique<CKovNumField>(0xA1 + i, 51, 8).get()));
+    EXPECT_EQ(kovGenValueText(list->GetUpEntryList()->GetAt(i)->GetUpField(51)->GetData()),
+              kovGenValueText(std::make_unique<CKovNumField>(0xA1 + i, 51, 8).get()));
   }
   EXPECT_EQ(**up.GetBlockAddrMap().PLookup(5), (std::vector<uint32_t>{0, 0x4A, 0x5A}));
   EXPECT_TRUE((*up.GetUpBlksList().PLookup(5))->at(1)->IsKindOf(

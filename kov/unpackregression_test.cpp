@@ -116,4 +116,31 @@ TEST(UnpackRegression, ListThatWaitsAndRereadsEmptyLeavesNoFreedField) {
   ExpectFieldsMapsHoldLiveFields(up);
 }
 
+// A generated layout (kov/kovgen.h) whose list entry waits for a same-block LEQ behind it: the
+// first found by the layout fuzz target with the fields map fix taken out (39 s).
+const uint8_t kWaitingEntryLayout[] = {0x1c, 0xff, 0x98, 0x00, 0xec, 0xdb, 0xa3, 0xff, 0x04,
+                                       0x14, 0x98, 0xf0, 0x2a, 0x00, 0x14, 0x24, 0x5d, 0xff,
+                                       0x04, 0x04, 0x50, 0x50, 0x50, 0x10, 0x98, 0x1e, 0x04};
+
+TEST(UnpackRegression, GeneratedLayoutWhoseEntryWaitsLeavesNoFreedField) {
+  KovGenBytes source(kWaitingEntryLayout, sizeof kWaitingEntryLayout);
+  KovGenCase c(source);
+  Bytes image = packImage(c.b.cp.get(), c.data, 0, 8192);
+  {
+    CKovUp up(c.b.cp.get(), image, "");
+    EXPECT_KOV_NO_THROW(up.FullUnpack());
+    EXPECT_EQ(kovGenUnpackDiff(up, c.data), "");
+    ExpectFieldsMapsHoldLiveFields(up);
+  }
+  kovGenDamage(image, kWaitingEntryLayout, source.Used(), sizeof kWaitingEntryLayout);
+  kovGenRecomputeChecksums(image);
+  CKovUp damaged(c.b.cp.get(), image, "");
+  try {
+    damaged.FullUnpack();
+    ExpectFieldsMapsHoldLiveFields(damaged);
+  } catch (CMevGenException* e) {
+    delete e;
+  }
+}
+
 }  // namespace

@@ -96,7 +96,7 @@ TEST(UpEntry, BlockAReadsWholeAndCutShort) {
   const CKovUpEntry* e = up.GetUnpackedBlk(1)->GetUpEntry(1);
   EXPECT_EQ(numberOf(e, 10), 0xABCu);
   EXPECT_EQ(numberOf(e, 11), 5u);
-  EXPECT_EQ(kovTestValueText(e->GetUpField(12)->GetData()), "string \"Hi\"");
+  EXPECT_EQ(kovGenValueText(e->GetUpField(12)->GetData()), "string \"Hi\"");
 
   // The same block stored with 2 bytes of data (size 4; CRC of AB CA is B982): the string would
   // end past the last bit, so the entry holds the two numbers and nothing fails.
