@@ -10,7 +10,9 @@
 // lists and unions), lists of every format but the KLS ones (fixed, contiguous, same-block,
 // split into another block, calculated), fixed padded unions whose discriminant stands in front
 // of them or, split, in another block, lists nested in list entries and union options, unions in
-// list entries. A split or same-block LEQ may stand in a list entry of its block; such a field,
+// list entries, a KLS block and a distributed KLS block with its header block (one instance
+// each, their lists of whole-byte numbers). A split or same-block LEQ may stand in a list entry
+// of its block; such a field,
 // shared by every entry of that list, and every quantity behind one LEQ field get one value for
 // the case. Split references go between single-instance blocks only.
 #ifndef KOV_KOVGEN_H
@@ -40,6 +42,7 @@
 #include "kov/layout/charfieldlayout.h"
 #include "kov/layout/cplayout.h"
 #include "kov/layout/datalayout.h"
+#include "kov/layout/klsblklayout.h"
 #include "kov/layout/listfieldlayout.h"
 #include "kov/layout/namefieldlayout.h"
 #include "kov/layout/numfieldlayout.h"
@@ -246,6 +249,9 @@ class KovGenCase {
       }
       data.Add(layout, entries, std::vector<uint16_t>(static_cast<size_t>(blk.instances), maxSize));
     }
+    uint16_t nextBlkID = static_cast<uint16_t>(blks.size() + 1);
+    if (src.Pick(0, 2) == 0) AddKLSBlock(nextBlkID++);
+    if (src.Pick(0, 2) == 0) AddDistBlock(nextBlkID, static_cast<uint16_t>(nextBlkID + 1));
   }
   ~KovGenCase() {
     for (Block& blk : blks) delete blk.dl;
@@ -278,6 +284,83 @@ class KovGenCase {
   };
 
   uint32_t NewID() { return ++nextID; }
+
+  // A KLS list layout (VarSzCfgLeq) at byte 'at' of blk's data, of 1 or 2 whole-byte numbers an
+  // entry; maxQty is the layout's, entryBytes gets the entry size.
+  uint32_t AddCfgList(CKovBlkLayout* blk, uint32_t at, uint32_t& entryBytes) {
+    uint32_t id = NewID();
+    auto* entry = new CKovDataLayout(ListEntryLayout, 0, 7, id, false);
+    std::vector<Placed> entryFields;
+    entryBytes = 0;
+    for (int f = src.Pick(1, 2); f > 0; --f) {
+      uint32_t bytes = static_cast<uint32_t>(src.Pick(1, 3));
+      Place(entry, entryFields, new CKovNumFieldLayout(NewID(), entryBytes, bytes * 8, 7, true, 0,
+                                                       entry));
+      entryBytes += bytes;
+    }
+    KovListAttribStruct attribs(CKovKLSBlkLayout::m_leqFldID, VarSzCfgLeq,
+                                static_cast<uint32_t>(src.Pick(0, 4)), 0, entryBytes * 8, 0,
+                                nullptr);
+    CKovDataLayout* parent = blk->GetDataLayout();
+    parent->AddField(id, parent->GetIDOfLastFieldInLayout(),
+                     new CKovListFieldLayout(id, at, 7, attribs, true, 0, parent, entry),
+                     static_cast<int>(parent->GetOrderedFieldIDsList().size()));
+    return id;
+  }
+
+  // The pack entry of a KLS block: its list of qty entries, with the pack data's maximum maxLeq.
+  CKovPkEntry* KLSEntry(const CKovBlkLayout* blk, uint32_t listID, uint32_t qty, uint16_t maxLeq) {
+    auto* ll = static_cast<const CKovListFieldLayout*>(blk->GetFieldLayout(listID));
+    auto* list = new CKovListField(listID, qty, maxLeq, nullptr);
+    for (uint32_t q = 0; q < qty; ++q) list->AddEntryToList(Values(ll->GetDataLayout(), 1));
+    list->SetImageSize(qty * ll->GetEntrySzInBits());
+    auto* e = new CKovPkEntry(1);
+    e->AddPkField(listID, new CKovPkField(list), 0);
+    return e;
+  }
+
+  void AddKLSBlock(uint16_t blkID) {
+    auto* blk = new CKovKLSBlkLayout(
+        blkID, KovBlkLayoutAttrib(static_cast<uint16_t>(0x40 + blkID), blkID, 0, 0),
+        "K" + std::to_string(blkID), new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
+        0, 0, 0, 0, nullptr);
+    uint32_t entryBytes = 0;
+    uint32_t listID = AddCfgList(blk, blk->GetNumCfgBytes(), entryBytes);
+    blk->SetPartitionNum(1);
+    b.cp->HasUniqueKovName(blk);
+    b.cp->AddBlkLayout(blk);
+    uint32_t qty = static_cast<uint32_t>(src.Pick(0, 4));
+    uint16_t maxLeq = static_cast<uint16_t>(qty + static_cast<uint32_t>(src.Pick(0, 2)));
+    data.Add(blk, {KLSEntry(blk, listID, qty, maxLeq)},
+             {static_cast<uint16_t>(blk->GetNumCfgBytes() + qty * entryBytes)});
+  }
+
+  // A distributed KLS block and its header block, one instance, the header's data given or left
+  // to the pack.
+  void AddDistBlock(uint16_t hdrID, uint16_t distID) {
+    auto* hdr = new CKovBlkLayout(
+        hdrID, KovBlkLayoutAttrib(static_cast<uint16_t>(0x40 + hdrID), hdrID, 0, 0),
+        "H" + std::to_string(hdrID), 0,
+        new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0, 1);
+    hdr->SetDistKLSBlkID(distID);
+    uint16_t maxLLEQ = static_cast<uint16_t>(src.Pick(1, 3));
+    auto* dist = new CKovKLSBlkLayout(
+        distID, KovBlkLayoutAttrib(static_cast<uint16_t>(0x40 + distID), distID, 0, 0),
+        "D" + std::to_string(distID),
+        new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0, 1, maxLLEQ, hdrID,
+        nullptr);
+    uint32_t entryBytes = 0;
+    uint32_t listID = AddCfgList(dist, dist->GetNumCfgBytes(), entryBytes);
+    for (CKovBlkLayout* blk : {static_cast<CKovBlkLayout*>(hdr), static_cast<CKovBlkLayout*>(dist)}) {
+      blk->SetPartitionNum(1);
+      b.cp->HasUniqueKovName(blk);
+      b.cp->AddBlkLayout(blk);
+    }
+    uint32_t qty = static_cast<uint32_t>(src.Pick(0, 7));
+    uint16_t maxLeq = static_cast<uint16_t>(qty + static_cast<uint32_t>(src.Pick(0, 2)));
+    if (src.Pick(0, 1) == 0) data.Add(hdr, {new CKovPkEntry(0)}, {hdr->GetMaxDataSzInBytes()});
+    data.Add(dist, {KLSEntry(dist, listID, qty, maxLeq)}, {0});
+  }
 
   void Place(CKovDataLayout* dl, std::vector<Placed>& fields, CKovFieldLayout* layout) {
     uint32_t id = layout->GetFieldID();

@@ -102,13 +102,17 @@ void RunPropertyCase(uint32_t seed) {
   // A field that waited inside an entry stands beside the block's fields, not in its entry: the
   // values read are then not the whole tree to pack again.
   if (waited) return;
+  // The pack data of KLS blocks (their maximum, the generated header) is not in what is read.
+  for (const auto& kv : *c.b.cp->GetBlkLayoutMap()) {
+    if (kv.second->IsKLSBlk() || kv.second->IsHdrBlk()) return;
+  }
   Bytes again;
   EXPECT_KOV_NO_THROW(again = repack(c.b.cp.get(), image));
   EXPECT_EQ(again, image);
 }
 
 TEST(RoundTripProperty, RandomLayoutsPackUnpackAndRepackTheSame) {
-  for (uint32_t seed = 1; seed <= 3000; ++seed) {
+  for (uint32_t seed = 1; seed <= 10000; ++seed) {
     RunPropertyCase(seed);
     if (testing::Test::HasFailure()) break;
   }
