@@ -48,8 +48,7 @@ CKovUpEntry* kovCopyUpEntry(const CKovUpEntry* entry) {
     std::unique_ptr<CKovField> value(kovCopyField(kv.second->GetData()));
     auto field = std::make_unique<CKovUpField>(value.get(), kv.second->GetUnPackFieldLayout());
     value.release();
-    copy->AddUpField(kv.first, field.get());
-    field.release();
+    copy->AddUpField(kv.first, field.release());
   }
   return copy.release();
 }

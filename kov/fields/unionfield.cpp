@@ -31,6 +31,19 @@ const CKovField* placedField(const KovFieldsMap& fieldsMap, uint32_t id) {
   return found != nullptr ? *found : nullptr;
 }
 
+// Appends a record of field to discrs. With owned (holding field), the record takes the field
+// over once it is stored; a failure on the way leaves it with owned.
+void appendDiscr(std::list<const KovDiscrInfo*>& discrs, const CKovField* field,
+                 const CKovFieldLayout* layout, std::unique_ptr<CKovField>* owned = nullptr) {
+  auto info = std::make_unique<KovDiscrInfo>(field, layout, false);
+  discrs.push_back(info.get());
+  KovDiscrInfo* stored = info.release();
+  if (owned != nullptr) {
+    stored->ownsField = true;
+    owned->release();
+  }
+}
+
 }  // namespace
 
 CKovUnionField::CKovUnionField(uint32_t fieldID, uint32_t layoutID, CKovPkEntry* pkEntry)
@@ -168,7 +181,7 @@ bool CKovUnionField::GetSameBlkDiscrField(const CKovUp* up, const CKovBlkLayout*
                                           std::list<const KovDiscrInfo*>& discrs) const {
   const CKovFieldLayout* discrLayout = blkLayout->GetFieldLayout(discrID);
   if (const CKovField* placed = placedField(fieldsMap, discrID)) {
-    discrs.push_back(new KovDiscrInfo(placed, discrLayout, false));
+    appendDiscr(discrs, placed, discrLayout);
     return true;
   }
   // Not read yet: only a discriminant of the union's own entry can be read from here.
@@ -180,8 +193,7 @@ bool CKovUnionField::GetSameBlkDiscrField(const CKovUp* up, const CKovBlkLayout*
                                                     discrLayout, discrID, blkLayout->GetBlkID(),
                                                     lastBit));
   if (!field) return false;
-  discrs.push_back(new KovDiscrInfo(field.get(), discrLayout, true));
-  field.release();
+  appendDiscr(discrs, field.get(), discrLayout, &field);
   return true;
 }
 
@@ -200,8 +212,7 @@ bool CKovUnionField::GetSplitBlkDiscrField(const CKovUp* up, uint16_t instance, 
   }
   const CKovField* placed = placedField((**instances)[n]->GetUpFieldMap(), discrID);
   if (placed == nullptr) return true;
-  discrs.push_back(new KovDiscrInfo(
-      placed, discrBlk != nullptr ? discrBlk->GetFieldLayout(discrID) : nullptr, false));
+  appendDiscr(discrs, placed, discrBlk != nullptr ? discrBlk->GetFieldLayout(discrID) : nullptr);
   return true;
 }
 

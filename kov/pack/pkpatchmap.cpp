@@ -33,8 +33,12 @@ const CKovField* placedField(const KovFieldsMap* fieldsMap, uint32_t id) {
 void CKovPkPatchMap::AddField(const CKovPk*, const CKovField* field,
                               const CKovFieldLayout* fieldLayout, uint16_t blkID,
                               uint16_t instance, bool ownsField) {
-  auto record = std::make_unique<KovPkPatchFieldInfo>(field, fieldLayout, instance, ownsField);
-  (*this)[blkID].push_back(std::move(record));
+  // The record takes field over only once it is stored: a failure on the way leaves field with
+  // the caller, who still holds it.
+  auto record = std::make_unique<KovPkPatchFieldInfo>(field, fieldLayout, instance, false);
+  RecordList& list = (*this)[blkID];
+  list.push_back(std::move(record));
+  list.back()->ownsField = ownsField;
 }
 
 int CKovPkPatchMap::WriteToImage(const CKovPk* pk, const CKovCpLayout* cpLayout, CKovImage* image,

@@ -66,7 +66,8 @@ class CKovPkPatchMap
   CKovPkPatchMap& operator=(const CKovPkPatchMap&) = delete;
 
   // Appends a record for field of block blkID, instance (from 1). With ownsField the record
-  // deletes field with itself.
+  // deletes field with itself, from the moment it is stored; when the append throws
+  // (std::bad_alloc), field stays the caller's.
   void AddField(const CKovPk* pk, const CKovField* field, const CKovFieldLayout* fieldLayout,
                 uint16_t blkID, uint16_t instance, bool ownsField);
 

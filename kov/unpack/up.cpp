@@ -204,17 +204,19 @@ int CKovUp::UnpackDistributedKLSBlk(uint16_t blkID,
     for (CKovUpBlkInstance* made : *instances) delete made;
     throw;
   }
-  upBlksList.SetAt(blkID, instances.release());
+  upBlksList.SetAt(blkID, instances.get());
+  instances.release();
   return 1;
 }
 
 int CKovUp::CreateUpBlks() {
   for (auto& kv : upBlksList) {
     const CKovBlkLayout* blkLayout = cpLayout->GetBlkLayout(kv.first);
-    auto* blk = new CKovUpStdBlk(blkLayout, kv.second, kv.first);
+    // The slot first, so that the block made next has its owner at once.
     CKovUpStdBlk*& slot = upBlksMap[kv.first];
     delete slot;
-    slot = blk;
+    slot = nullptr;
+    slot = new CKovUpStdBlk(blkLayout, kv.second, kv.first);
   }
   return 1;
 }

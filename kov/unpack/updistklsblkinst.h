@@ -57,7 +57,7 @@ class CKovUpDistKLSBlkInst : public CKovUpBlkInstance {
                                            uint32_t& optionID, uint32_t fieldID) const;
   void AddLinkFieldToBlkInstance();
   void AddLeqFieldToBlkInstance(const CKovField* listField);
-  // Takes ownership of listField.
+  // Takes ownership of listField, also when it throws (it is then deleted).
   void AddListFieldToDistKLSBlkInst(const CKovField* listField);
   // Deletes every listlet and empties the list.
   void DeleteListletBlkInstances(std::list<CKovUpBlkInstance*>& listlets) const;

@@ -64,8 +64,12 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
         continue;
       }
       if (!field) continue;
-      fieldsMap.SetAt(fieldID, field.get());
-      AddUpField(fieldID, new CKovUpField(field.release(), fieldLayout));
+      // Into the entry first: once it owns the field, a failure of the map frees it once.
+      const CKovField* placed = field.get();
+      auto upField = std::make_unique<CKovUpField>(placed, fieldLayout);
+      field.release();
+      AddUpField(fieldID, upField.release());
+      fieldsMap.SetAt(fieldID, placed);
     }
   } catch (...) {
     kovForgetFields(this, fieldsMap);
@@ -82,7 +86,14 @@ void CKovUpEntry::Cleanup() {
 }
 
 void CKovUpEntry::AddUpField(uint32_t fieldID, CKovUpField* field) {
-  CKovUpField*& slot = (*this)[fieldID];
+  CKovUpField** place = nullptr;
+  try {
+    place = &(*this)[fieldID];
+  } catch (...) {
+    delete field;
+    throw;
+  }
+  CKovUpField*& slot = *place;
   // A second field under one id would leave the first without an owner.
   delete slot;
   slot = field;

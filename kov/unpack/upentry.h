@@ -49,7 +49,8 @@ class CKovUpEntry : public KovUpFieldMap {
   const CKovUpField* GetUpField(uint32_t fieldID) const;
   const KovUpFieldMap& GetUpFieldMap() const { return *this; }
 
-  // Stores field under fieldID, taking ownership; a field already there is deleted.
+  // Stores field under fieldID, taking ownership (also when it throws std::bad_alloc: field is
+  // then deleted); a field already there is deleted.
   void AddUpField(uint32_t fieldID, CKovUpField* field);
 
  protected:

@@ -112,9 +112,11 @@ UpStatus CKovUpPatchMap::UnpackField(const CKovUp* up, const KovUpPatchFieldInfo
   // A field stored again under its id replaces, and frees, the one before it.
   CKovUpField* const* before = blkInst->GetUpEntry()->GetUpFieldMap().PLookup(info->fieldID);
   if (before != nullptr && *before != nullptr) kovForgetField((*before)->GetData(), fieldsMap);
-  fieldsMap.SetAt(info->fieldID, field.get());
-  blkInst->GetUpEntry()->AddUpField(info->fieldID,
-                                    new CKovUpField(field.release(), info->fieldLayout));
+  const CKovField* placed = field.get();
+  auto upField = std::make_unique<CKovUpField>(placed, info->fieldLayout);
+  field.release();
+  blkInst->GetUpEntry()->AddUpField(info->fieldID, upField.release());
+  fieldsMap.SetAt(info->fieldID, placed);
   return UpDone;
 }
 
