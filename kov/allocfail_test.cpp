@@ -1,7 +1,8 @@
 // Exhausted memory at every allocation of a pack and an unpack of the sample codeplug: each try
 // ends in its result, the library's exception or std::bad_alloc, in the documented state (a
 // pack's used size 0, an unpack spent), and frees what it made. The sanitizer build, with leak
-// checking, turns a leak or a second free on any of these roads into a failure.
+// checking, turns a leak or a second free on any of these roads into a failure. The operator new
+// here also counts the bytes allocated, for the tests that bound an unpack by its image.
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -16,8 +17,10 @@ namespace {
 // Allocations left before the one that fails; below 0, none fails.
 long long gAllocsLeft = -1;
 bool gFailed = false;
+long long gBytesAllocated = 0;
 
 void* allocate(std::size_t size) {
+  gBytesAllocated += static_cast<long long>(size);
   if (gAllocsLeft >= 0 && gAllocsLeft-- == 0) {
     gFailed = true;
     throw std::bad_alloc();
@@ -123,6 +126,8 @@ TEST(AllocationFailure, UnpackOfTheSampleFailsCleanlyAtEveryAllocation) {
 }
 
 }  // namespace
+
+long long kovTestBytesAllocated() { return gBytesAllocated; }
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -322,6 +323,11 @@ TEST(KlsUnpack, RefusesDamagedChainsWithoutHangingOrLeaking) {
        cat({withHeaderLink(0x00140000), listlet(0, 0x00140001, {1, 2}), cut}),
        "Listlet 0x00140001 of Distributed KLS block E [1] at offset 36 runs past the end of the "
        "image."},
+      {"two headers link to one chain",
+       cat({withHeaderLink(0x00140000), withHeaderLink(0x00140001), listlet(0, 0x00140001, {1}),
+            listlet(1, 0, {2})}),
+       "Distributed KLS block E: listlet 0x00140001 is on the chains of header instances 1 and "
+       "2."},
       {"no header block", listlet(0, 0, {1}),
        "Attempting to unpack Distributed KLS block E\nbut no corresponding header block found in "
        "image."},
@@ -371,6 +377,45 @@ TEST(KlsRoundTrip, ListUnderAUnionComesBackAroundTheJoinedList) {
   }
   data.Add(dist, instances, {0, 0});
   ExpectUnpacksToPackedValues(b.cp.get(), data, packImage(b.cp.get(), data));
+}
+
+TEST(KlsUnpack, MemoryStaysWithinAMultipleOfTheImage) {
+  // A chain of 1500 listlets of one entry each (19 KB), read by one header, then by 1500
+  // headers that all link to it: every listlet is read once, and an unpack allocates at most
+  // 64 bytes per byte of the image and 1 MB besides.
+  FormatExample ex;
+  Bytes chain;
+  const uint16_t kListlets = 1500;
+  for (uint16_t i = 0; i < kListlets; ++i) {
+    uint32_t link = i + 1 < kListlets ? 0x00140000u + i + 1 : 0;
+    Bytes l = listlet(i, link, {static_cast<uint8_t>(i)});
+    chain.insert(chain.end(), l.begin(), l.end());
+  }
+  Bytes header = withHeaderLink(0x00140000);
+  for (int headers : {1, 1500}) {
+    SCOPED_TRACE(headers);
+    Bytes image;
+    for (int h = 0; h < headers; ++h) image.insert(image.end(), header.begin(), header.end());
+    image.insert(image.end(), chain.begin(), chain.end());
+    long long before = kovTestBytesAllocated();
+    {
+      CKovUp up(ex.Layout(), image, "");
+      try {
+        up.FullUnpack();
+        EXPECT_EQ(headers, 1);
+        auto* list = up.GetUnpackedBlk(5)->GetUpEntry(1)->GetUpField(50);
+        ASSERT_NE(list, nullptr);
+        EXPECT_EQ(static_cast<const CKovListField*>(list->GetData())->GetListEntryQty(), 1500u);
+      } catch (CMevGenException* e) {
+        EXPECT_EQ(e->GetMessage(), "Distributed KLS block E: listlet 0x00140000 is on the chains "
+                                   "of header instances 1 and 2.");
+        delete e;
+      }
+    }
+    long long used = kovTestBytesAllocated() - before;
+    std::printf("%d headers, image %zu bytes: %lld bytes allocated\n", headers, image.size(), used);
+    EXPECT_LE(used, 64LL * static_cast<long long>(image.size()) + (1 << 20));
+  }
 }
 
 }  // namespace

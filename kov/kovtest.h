@@ -38,6 +38,9 @@
 #include "kov/unpack/upentrylist.h"
 #include "kov/kovgen.h"
 
+// Bytes allocated through operator new so far in this process (kov/allocfail_test.cpp counts).
+long long kovTestBytesAllocated();
+
 // Runs statement, which must throw a CMevGenException* whose text is text; deletes it.
 #define EXPECT_KOV_THROW(statement, text)                                             \
   do {                                                                                \

@@ -192,6 +192,8 @@ int CKovUp::UnpackDistributedKLSBlk(uint16_t blkID,
   std::vector<uint32_t>* addresses = nullptr;
   blockAddrMap.Lookup(blkID, addresses);
   auto instances = std::make_unique<KovUpBlkInstArr>(headers->size(), nullptr);
+  // Each listlet belongs to the one chain that reaches it: every listlet is read once in all.
+  listletClaims.assign(addresses != nullptr ? addresses->size() : 0, 0);
   try {
     for (size_t n = 1; n < headers->size(); ++n) {
       CKovUpBlkInstance* header = (*headers)[n];
@@ -219,6 +221,13 @@ int CKovUp::CreateUpBlks() {
     slot = new CKovUpStdBlk(blkLayout, kv.second, kv.first);
   }
   return 1;
+}
+
+uint16_t CKovUp::ClaimListlet(uint16_t n, uint16_t hdrInstance) const {
+  if (n >= listletClaims.size()) return 0;
+  uint16_t before = listletClaims[n];
+  if (before == 0) listletClaims[n] = hdrInstance;
+  return before;
 }
 
 const CKovUpStdBlk* CKovUp::GetUnpackedBlk(uint16_t blkID) const {

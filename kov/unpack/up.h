@@ -102,6 +102,12 @@ class CKovUp {
   // Brings the object to the spent state; may run any number of times.
   void upCleanup();
 
+  // Records that the chain of header instance hdrInstance reaches listlet n (the walk's number
+  // of that listlet in its block) of the distributed block being read; the header instance that
+  // reached it before, or 0.
+  uint16_t ClaimListlet(uint16_t n, uint16_t hdrInstance) const;
+  friend class CKovUpDistKLSBlkInst;
+
   uint32_t maxPossibleSize = 0;
   bool fullUnpackCalled = false;
   CKovImage* image = nullptr;
@@ -112,6 +118,8 @@ class CKovUp {
   CKovMap<uint16_t, CKovUpStdBlk*> upBlksMap;
   CKovMap<uint16_t, std::vector<uint32_t>*> blockAddrMap;
   CKovMap<uint16_t, KovUpBlkInstArr*> upBlksList;
+  // The header instance whose chain claimed each listlet of the distributed block being read.
+  mutable std::vector<uint16_t> listletClaims;
 };
 
 #endif  // KOV_UNPACK_UP_H

@@ -62,6 +62,13 @@ CKovUpDistKLSBlkInst::CKovUpDistKLSBlkInst(const CKovUp* up, CKovUpPatchMap* pat
                             name.c_str(), instance, next));
       }
       visited[n] = true;
+      // A listlet on the chain of another header instance too: the chains cross, and reading it
+      // again for every header would make a small image cost without bound.
+      if (uint16_t other = up->ClaimListlet(n, instance)) {
+        throwDist(kovFormat("Distributed KLS block %s: listlet 0x%08X is on the chains of header "
+                            "instances %d and %d.",
+                            name.c_str(), next, other, instance));
+      }
       std::unique_ptr<CKovUpBlkInstance> listlet(
           UnpackListlet(up, up->GetImage(), patchMap, address, next));
       if (!listlet) throwDist("");
