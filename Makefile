@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps configure build demo test test-sanitize fuzz fuzz-smoke fuzz-build bench clean
+.PHONY: all deps configure build demo test test-sanitize coverage fuzz fuzz-smoke fuzz-build bench clean
 
 all: build
 
@@ -29,6 +29,18 @@ test-sanitize: deps
 	@cmake --build $(BUILD)-asan -j $(JOBS)
 	@cd $(BUILD)-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
+
+# Line coverage of the library (kov/, tests and test helpers left out) from the test suite, built
+# with gcov instrumentation in its own directory; gcovr prints each file and the total.
+coverage:
+	@scripts/install-deps --coverage
+	@cmake -S . -B $(BUILD)-coverage -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=--coverage \
+	  -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage >/dev/null
+	@cmake --build $(BUILD)-coverage -j $(JOBS) --target kov_tests
+	@find $(BUILD)-coverage -name '*.gcda' -delete
+	@$(BUILD)-coverage/kov_tests --gtest_brief=1 >/dev/null
+	@gcovr -r . --object-directory $(BUILD)-coverage --filter 'kov/' \
+	  --exclude '.*_test\.cpp' --exclude 'kov/kovtest\.h' --exclude 'kov/kovgen\.h'
 
 # libFuzzer targets (clang-14, AddressSanitizer, UndefinedBehaviorSanitizer): `make fuzz` runs
 # each for FUZZ_SECONDS and fails on any finding; `make fuzz-smoke` is the short run of CI.
@@ -57,4 +69,4 @@ bench:
 	@$(BUILD)-bench/bench/kov_w1_mem 30000
 
 clean:
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-fuzz $(BUILD)-bench
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-fuzz $(BUILD)-bench $(BUILD)-coverage
