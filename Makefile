@@ -3,8 +3,8 @@ BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps configure build python demo test test-sanitize test-tsan fuzz fuzz-smoke fuzz-build \
-	bench clean
+.PHONY: all deps configure build python demo test test-sanitize test-tsan coverage fuzz fuzz-smoke \
+	fuzz-build bench clean
 
 all: build
 
@@ -42,6 +42,18 @@ test-tsan: deps
 	@cmake --build $(BUILD)-tsan -j $(JOBS) --target kovjson_tests
 	@TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $(BUILD)-tsan/kovjson/kovjson_tests
 
+# Line coverage of the library (kov/, tests and test helpers left out) from the test suite, built
+# with gcov instrumentation in its own directory; gcovr prints each file and the total.
+coverage:
+	@scripts/install-deps --coverage
+	@cmake -S . -B $(BUILD)-coverage -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=--coverage \
+	  -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage >/dev/null
+	@cmake --build $(BUILD)-coverage -j $(JOBS) --target kov_tests
+	@find $(BUILD)-coverage -name '*.gcda' -delete
+	@$(BUILD)-coverage/kov_tests --gtest_brief=1 >/dev/null
+	@gcovr -r . --object-directory $(BUILD)-coverage --filter 'kov/' \
+	  --exclude '.*_test\.cpp' --exclude 'kov/kovtest\.h' --exclude 'kov/kovgen\.h'
+
 # libFuzzer targets (clang-14, AddressSanitizer, UndefinedBehaviorSanitizer): `make fuzz` runs
 # each for FUZZ_SECONDS and fails on any finding; `make fuzz-smoke` is the short run of CI.
 FUZZ_SECONDS ?= 60
@@ -71,4 +83,4 @@ bench:
 	@PYTHONPATH=$(BUILD)-bench/python /usr/bin/python3 bench/python_bench.py
 
 clean:
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-fuzz $(BUILD)-bench
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-fuzz $(BUILD)-bench $(BUILD)-coverage

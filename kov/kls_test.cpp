@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,12 +50,13 @@ CKovPkEntry* listEntry(CKovField* list) {
 // Blocks A to E of the image-format example: C a KLS block, D the header of the distributed
 // KLS block E (max LLEQ 2).
 struct FormatExample {
-  explicit FormatExample(bool giveHeaderData = true, uint16_t maxLLEQ = 2) {
+  explicit FormatExample(bool giveHeaderData = true, uint16_t maxLLEQ = 2, uint32_t cLayoutMax = 4,
+                         uint16_t cMaxLeq = 4) {
     CKovCpLayout* cp = ab.b.cp.get();
     auto* c = new CKovKLSBlkLayout(3, KovBlkLayoutAttrib(0x0013, 0, 0, 0), "C",
                                    new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
                                    4, 0, 0, 0, nullptr);
-    cfgList(c, 30, 8, 4, 16);
+    cfgList(c, 30, 8, cLayoutMax, 16);
     hdr = new CKovBlkLayout(4, KovBlkLayoutAttrib(0x0015, 0, 0, 0), "D", 0,
                             new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0, 1);
     hdr->SetDistKLSBlkID(5);
@@ -68,12 +70,12 @@ struct FormatExample {
       cp->HasUniqueKovName(blk);
       cp->AddBlkLayout(blk);
     }
-    ab.data.Add(c, {listEntry(listValue(30, 4, {0x0101, 0x0202}, 16))}, {12});
+    ab.data.Add(c, {listEntry(listValue(30, cMaxLeq, {0x0101, 0x0202}, 16))}, {12});
     if (giveHeaderData) ab.data.Add(hdr, {new CKovPkEntry(0)}, {12});
   }
-  void Lists(std::vector<std::vector<uint32_t>> lists) {
+  void Lists(std::vector<std::vector<uint32_t>> lists, uint16_t maxLeq = 5) {
     std::vector<CKovPkEntry*> entries;
-    for (auto& values : lists) entries.push_back(listEntry(listValue(50, 5, values, 8)));
+    for (auto& values : lists) entries.push_back(listEntry(listValue(50, maxLeq, values, 8)));
     ab.data.Add(dist, entries, std::vector<uint16_t>(lists.size(), 0));
   }
   const CKovCpLayout* Layout() const { return ab.b.cp.get(); }
@@ -106,6 +108,32 @@ TEST(KlsPack, FormatExampleByteExactWithOrWithoutHeaderData) {
     FormatExample ex(giveHeader);
     ex.Lists({{0xA1, 0xA2, 0xA3}});
     EXPECT_EQ(packImage(ex.Layout(), ex.ab.data), kFormatExample);
+  }
+}
+
+TEST(KlsPack, QuantityIsBoundByTheMaximumOfThePackData) {
+  // A KLS list's maximum is the one its configuration records (the pack data's), whatever the
+  // layout's: C's layout says 0 or 1 here, E's 5.
+  const std::string overC = "List  holds 2 entries, more than the maximum of 1 its pack data gives.";
+  const std::string overE = "List  holds 3 entries, more than the maximum of 2 its pack data gives.";
+  struct Case {
+    uint32_t cLayoutMax;
+    uint16_t cMaxLeq, eMaxLeq;
+    std::string text;
+  } cases[] = {
+      {0, 4, 5, ""}, {1, 2, 3, ""}, {4, 1, 5, overC}, {0, 4, 2, overE},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.cLayoutMax << " " << c.cMaxLeq << " " << c.eMaxLeq);
+    FormatExample ex(true, 2, c.cLayoutMax, c.cMaxLeq);
+    ex.Lists({{0xA1, 0xA2, 0xA3}}, c.eMaxLeq);
+    if (c.text.empty()) {
+      Bytes image;
+      EXPECT_KOV_NO_THROW(image = packImage(ex.Layout(), ex.ab.data));
+      ExpectUnpacksToPackedValues(ex.Layout(), ex.ab.data, image);
+    } else {
+      EXPECT_KOV_THROW(packImage(ex.Layout(), ex.ab.data), c.text);
+    }
   }
 }
 
@@ -206,14 +234,14 @@ TEST(KlsUnpack, FormatExampleJoinsTheListletsOfE) {
   ASSERT_NE(e, nullptr);
   ASSERT_EQ(e->GetBlkInstanceQty(), 1);
   const CKovUpEntry* entry = e->GetUpEntry(1);
-  EXPECT_EQ(kovTestValueText(entry->GetUpField(kCfgLeq)->GetData()), "number 0x3");
-  EXPECT_EQ(kovTestValueText(entry->GetUpField(CKovKLSBlkLayout::m_linkFldID)->GetData()),
+  EXPECT_EQ(kovGenValueText(entry->GetUpField(kCfgLeq)->GetData()), "number 0x3");
+  EXPECT_EQ(kovGenValueText(entry->GetUpField(CKovKLSBlkLayout::m_linkFldID)->GetData()),
             "name 0x00000000");
   auto* list = static_cast<const CKovListField*>(entry->GetUpField(50)->GetData());
   ASSERT_EQ(list->GetUpEntryList()->GetCount(), 3);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(kovTestValueText(list->GetUpEntryList()->GetAt(i)->GetUpField(51)->GetData()),
-              kovTestValueText(std::make_unique<CKovNumField>(0xA1 + i, 51, 8).get()));
+    EXPECT_EQ(kovGenValueText(list->GetUpEntryList()->GetAt(i)->GetUpField(51)->GetData()),
+              kovGenValueText(std::make_unique<CKovNumField>(0xA1 + i, 51, 8).get()));
   }
   EXPECT_EQ(**up.GetBlockAddrMap().PLookup(5), (std::vector<uint32_t>{0, 0x4A, 0x5A}));
   EXPECT_TRUE((*up.GetUpBlksList().PLookup(5))->at(1)->IsKindOf(
@@ -295,6 +323,11 @@ TEST(KlsUnpack, RefusesDamagedChainsWithoutHangingOrLeaking) {
        cat({withHeaderLink(0x00140000), listlet(0, 0x00140001, {1, 2}), cut}),
        "Listlet 0x00140001 of Distributed KLS block E [1] at offset 36 runs past the end of the "
        "image."},
+      {"two headers link to one chain",
+       cat({withHeaderLink(0x00140000), withHeaderLink(0x00140001), listlet(0, 0x00140001, {1}),
+            listlet(1, 0, {2})}),
+       "Distributed KLS block E: listlet 0x00140001 is on the chains of header instances 1 and "
+       "2."},
       {"no header block", listlet(0, 0, {1}),
        "Attempting to unpack Distributed KLS block E\nbut no corresponding header block found in "
        "image."},
@@ -344,6 +377,45 @@ TEST(KlsRoundTrip, ListUnderAUnionComesBackAroundTheJoinedList) {
   }
   data.Add(dist, instances, {0, 0});
   ExpectUnpacksToPackedValues(b.cp.get(), data, packImage(b.cp.get(), data));
+}
+
+TEST(KlsUnpack, MemoryStaysWithinAMultipleOfTheImage) {
+  // A chain of 1500 listlets of one entry each (19 KB), read by one header, then by 1500
+  // headers that all link to it: every listlet is read once, and an unpack allocates at most
+  // 64 bytes per byte of the image and 1 MB besides.
+  FormatExample ex;
+  Bytes chain;
+  const uint16_t kListlets = 1500;
+  for (uint16_t i = 0; i < kListlets; ++i) {
+    uint32_t link = i + 1 < kListlets ? 0x00140000u + i + 1 : 0;
+    Bytes l = listlet(i, link, {static_cast<uint8_t>(i)});
+    chain.insert(chain.end(), l.begin(), l.end());
+  }
+  Bytes header = withHeaderLink(0x00140000);
+  for (int headers : {1, 1500}) {
+    SCOPED_TRACE(headers);
+    Bytes image;
+    for (int h = 0; h < headers; ++h) image.insert(image.end(), header.begin(), header.end());
+    image.insert(image.end(), chain.begin(), chain.end());
+    long long before = kovTestBytesAllocated();
+    {
+      CKovUp up(ex.Layout(), image, "");
+      try {
+        up.FullUnpack();
+        EXPECT_EQ(headers, 1);
+        auto* list = up.GetUnpackedBlk(5)->GetUpEntry(1)->GetUpField(50);
+        ASSERT_NE(list, nullptr);
+        EXPECT_EQ(static_cast<const CKovListField*>(list->GetData())->GetListEntryQty(), 1500u);
+      } catch (CMevGenException* e) {
+        EXPECT_EQ(e->GetMessage(), "Distributed KLS block E: listlet 0x00140000 is on the chains "
+                                   "of header instances 1 and 2.");
+        delete e;
+      }
+    }
+    long long used = kovTestBytesAllocated() - before;
+    std::printf("%d headers, image %zu bytes: %lld bytes allocated\n", headers, image.size(), used);
+    EXPECT_LE(used, 64LL * static_cast<long long>(image.size()) + (1 << 20));
+  }
 }
 
 }  // namespace

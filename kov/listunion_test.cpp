@@ -86,13 +86,6 @@ CKovPkEntry* entryOfList(uint32_t id, uint32_t qty, std::vector<uint32_t> values
   return entryOf({list});
 }
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 size_t countOf(const std::string& text, const std::string& what) {
   size_t n = 0;
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
@@ -235,8 +228,7 @@ std::string patchExampleReport(bool waitingLeq) {
   CKovUp up(b.cp.get(), image, path);
   EXPECT_KOV_NO_THROW(up.FullUnpack());
   ExpectUnpacksToPackedValues(b.cp.get(), data, image);
-  std::string report = readFile(path);
-  std::remove(path.c_str());
+  std::string report = kovTestReadXmlReport(path);
   return report;
 }
 
@@ -268,10 +260,9 @@ TEST(UnionField, DiscriminantAheadOrBehindGivesTheSameUnion) {
     auto* u = static_cast<const CKovUnionField*>(e->GetUpField(51)->GetData());
     EXPECT_EQ(u->GetLayoutID(), 2u);
     EXPECT_EQ(u->GetImageSize(), 8u);
-    EXPECT_EQ(kovTestValueText(e->GetUpField(53)->GetData()), "number 0xab");  // through U
-    EXPECT_EQ(kovTestValueText(e->GetUpField(54)->GetData()), "number 0xcd");
-    std::string report = readFile(path);
-    std::remove(path.c_str());
+    EXPECT_EQ(kovGenValueText(e->GetUpField(53)->GetData()), "number 0xab");  // through U
+    EXPECT_EQ(kovGenValueText(e->GetUpField(54)->GetData()), "number 0xcd");
+    std::string report = kovTestReadXmlReport(path);
     EXPECT_EQ(countOf(report, "<Name> N </Name>"), discrBehind ? 2u : 1u);
     EXPECT_LT(report.find("<Name> N </Name>"), report.find("<Union>"));
     kovClearRegisteredStrings();
@@ -294,14 +285,16 @@ TEST(UnionField, SelectionFailuresAreReported) {
 // A calculated quantity: always 3.
 uint32_t threeEntries(const CKovUp*, const CKovBlkLayout*, uint32_t, uint16_t) { return 3; }
 
-TEST(RoundTrip, EveryListFormatReadsBackAsPacked) {
+TEST(RoundTrip, EveryListFormatReadsBackAsPackedUpToTheLayoutMaximum) {
   struct Case {
     ListFormat format;
     uint32_t qty;
-  } cases[] = {{FixedSzNoLeq, 4},  {VarSzContigLeq, 2}, {VarSzSameBlkLeq, 3}, {VarSzSplitLeq, 1},
-               {VarSzCalcLeq, 3},  {VarSzCalcLeqAlt, 3}, {VarSzContigLeq, 0}};
+  } cases[] = {{FixedSzNoLeq, 4},    {VarSzContigLeq, 2},  {VarSzSameBlkLeq, 3}, {VarSzSplitLeq, 1},
+               {VarSzCalcLeq, 3},    {VarSzCalcLeqAlt, 3}, {VarSzContigLeq, 0},  {FixedSzNoLeq, 5},
+               {VarSzContigLeq, 5},  {VarSzSameBlkLeq, 5}, {VarSzSplitLeq, 5},   {VarSzCalcLeq, 5},
+               {VarSzCalcLeqAlt, 5}};
   for (const Case& c : cases) {
-    SCOPED_TRACE(static_cast<int>(c.format));
+    SCOPED_TRACE(testing::Message() << static_cast<int>(c.format) << " qty " << c.qty);
     LayoutBuilder b;
     // Block K holds the LEQ of a split list; it comes after the list's block in the image.
     CKovBlkLayout* blk = b.Block(1, "Lists", 0x0091, 0, 1, 0, 12);
@@ -328,6 +321,12 @@ TEST(RoundTrip, EveryListFormatReadsBackAsPacked) {
     PackData data;
     data.Add(blk, instances, {12, 12});
     data.Add(k, {new CKovPkEntry(1), new CKovPkEntry(1)}, {1, 1});
+    if (c.qty > 4) {
+      // Every format here is bound by the layout's maximum of 4.
+      EXPECT_KOV_THROW(packImage(b.cp.get(), data),
+                       "List  holds 5 entries, more than the 4 its layout allows.");
+      continue;
+    }
     ExpectUnpacksToPackedValues(b.cp.get(), data, packImage(b.cp.get(), data));
   }
 }
@@ -489,8 +488,7 @@ TEST(XmlReport, WholeWorkedExampleFromAnUnpack) {
   CKovUp up(b.cp.get(), packImage(b.cp.get(), data), path);
   ASSERT_EQ(up.FullUnpack(), 1);
   kovClearRegisteredStrings();
-  std::string report = readFile(path);
-  std::remove(path.c_str());
+  std::string report = kovTestReadXmlReport(path);
   const std::string block =
       "<CodeplugData>\n"
       "\t<Block>\n"

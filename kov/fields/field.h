@@ -33,14 +33,14 @@ class CKovPk;
 class CKovUp;
 
 // The result of writing a field.
-enum PkStatus {
+enum PkStatus : int {
   PkDone = 0,      // the field stands in the image
   PkDeferred = 1,  // its address can't be known yet; nothing was written
   PkFailed = 2,    // the write failed
 };
 
 // The result of unpacking a field.
-enum UpStatus {
+enum UpStatus : int {
   UpDone = 0,            // the value is read
   UpOutsideBlkData = 1,  // the field lies past the last bit that may be read
   UpDeferred = 2,        // something it depends on is not unpacked yet

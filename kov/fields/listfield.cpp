@@ -1,5 +1,6 @@
 #include "kov/fields/listfield.h"
 
+#include "kov/fields/fieldcopy.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/primitiveio.h"
 #include "kov/image/image.h"
@@ -33,6 +34,15 @@ const CKovField* placedField(const KovFieldsMap& fieldsMap, uint32_t id) {
 uint64_t linearIndex(uint32_t byte, uint8_t msb) { return uint64_t{byte} * 8 + 7 - msb; }
 
 }  // namespace
+
+void kovCheckKLSListQty(const char* listName, uint32_t listEntryQty, uint16_t maxLeq) {
+  if (listEntryQty > maxLeq) {
+    throw new CMevGenException(
+        kovFormat("List %s holds %u entries, more than the maximum of %u its pack data gives.",
+                  listName, listEntryQty, static_cast<unsigned>(maxLeq)),
+        0);
+  }
+}
 
 CKovListField::CKovListField(uint32_t fieldID, uint32_t listEntryQty, uint16_t maxLeq,
                              CKovPkEntryList* pkEntryList)
@@ -69,6 +79,37 @@ CKovListField::CKovListField(const CKovUp* up, const CKovBlkLayout* blkLayout,
   UnpackListField(up, listLayout, blkLayout, entryStartByte, entryMsbStart, lastBit, patchMap,
                   instance, fieldsMap, status);
   up->XmlAddEndTagLine("</List>");
+}
+
+CKovListField::CKovListField(const CKovListField& other)
+    : CKovComplexField(other),
+      listID(other.listID),
+      listEntryQty(other.listEntryQty),
+      maxLeq(other.maxLeq) {
+  if (other.pkEntryList) {
+    pkEntryList = std::make_unique<CKovPkEntryList>();
+    for (const CKovPkEntry* entry : *other.pkEntryList) {
+      pkEntryList->AddTail(kovCopyPkEntry(entry));
+    }
+  }
+  if (other.upEntryList) {
+    upEntryList = std::make_unique<CKovUpEntryList>();
+    for (const CKovUpEntry* entry : *other.upEntryList) {
+      upEntryList->AddTail(kovCopyUpEntry(entry));
+    }
+  }
+}
+
+CKovListField& CKovListField::operator=(const CKovListField& other) {
+  if (this == &other) return *this;
+  CKovListField copy(other);
+  CKovComplexField::operator=(other);
+  listID = copy.listID;
+  listEntryQty = copy.listEntryQty;
+  maxLeq = copy.maxLeq;
+  pkEntryList.swap(copy.pkEntryList);
+  upEntryList.swap(copy.upEntryList);
+  return *this;
 }
 
 CKovListField::~CKovListField() { Cleanup(); }
@@ -135,8 +176,11 @@ int CKovListField::WriteFieldDataToImage(const CKovPk* pk, CKovImage* image,
                   fieldName->c_str(), static_cast<int>(listEntryQty)),
         0);
   }
-  // Entries beyond the layout's maximum would run into the fields that follow the list.
-  if (listEntryQty > layout->GetMaxEntryQty()) {
+  // A KLS list is bound by the maximum its configuration records, the pack data's.
+  if (layout->GetListFormat() == VarSzCfgLeq) {
+    kovCheckKLSListQty(fieldName->c_str(), listEntryQty, maxLeq);
+  } else if (listEntryQty > layout->GetMaxEntryQty()) {
+    // Entries beyond the layout's maximum would run into the fields that follow the list.
     throw new CMevGenException(
         kovFormat("List %s holds %u entries, more than the %u its layout allows.",
                   fieldName->c_str(), listEntryQty, layout->GetMaxEntryQty()),
@@ -334,7 +378,13 @@ void CKovListField::UnpackListEntries(const CKovUp* up, const CKovListFieldLayou
                                                        static_cast<uint32_t>(entryLast), fieldsMap,
                                                        status));
     if (status != UpDone) {
-      if (!blkLayout->IsKLSBlk()) return;
+      if (!blkLayout->IsKLSBlk()) {
+        // The entry goes, and with it the fields it placed in the instance's map. Its <LED> is
+        // closed all the same, so that the report stays well-formed XML.
+        kovForgetFields(entry.get(), fieldsMap);
+        up->XmlAddEndTagLine("</LED>");
+        return;
+      }
       // The entries of a KLS list may be shorter than their layout.
       status = UpDone;
     }

@@ -15,14 +15,21 @@
 // 0x1234 and 0x5678, entry start at image byte 4 -> from byte 4: 02 12 34 56 78.
 //
 // Unpack: the LEQ first (a list whose LEQ is not read yet answers UpDeferred), then the entries,
-// each limited to its own bits. The first entry must end within the surrounding data; a list
+// each limited to its own bits. An entry of an ordinary block that does not end in UpDone is
+// dropped and ends the list with its status; the report still closes its <LED>, so that it stays
+// well-formed XML. The first entry must end within the surrounding data; a list
 // whose entries would run past the end of the image is refused with
 // "List %d in block %s [%d] holds %u entries of %u bits, which run past the end of the image.".
 // Other failures: "Number of entries in List field %s does not match pack quantity of %d.",
-// "List %s holds %u entries, more than the %u its layout allows.",
+// "List %s holds %u entries, more than the %u its layout allows." (the layout's maximum bounds
+// every list but one of a KLS block, VarSzCfgLeq, whose maximum is the pack data's maxLeq that
+// the configuration records: "List %s holds %u entries, more than the maximum of %u its pack data
+// gives."),
 // "Field layout for LEQ field referenced by list %s not found",
 // "Anchor field (%s) in Single Instance block references split field in Multiple Instance
-// block.", "LEQ %u of list %s does not fit in the %u bits of its LEQ field.",
+// block.", "LEQ %u of list %s does not fit in the %u bits of its LEQ field." (deliberate: a
+// quantity wider than its field would be cut to the field's bits and read back as another
+// quantity; an LEQ field in the list's own entry refuses the same way, with PkFailed),
 // "Not user function found for calculating entry quantity for list %d in block %s",
 // "Unable to determine LED size for list %d in\nblock %s".
 #ifndef KOV_FIELDS_LISTFIELD_H
@@ -54,8 +61,10 @@ class CKovListField : public CKovComplexField {
                 uint32_t lastBit, KovFieldsMap& fieldsMap, UpStatus& status, uint32_t fieldID,
                 uint16_t instance);
   ~CKovListField() override;
-  CKovListField(const CKovListField&) = delete;
-  CKovListField& operator=(const CKovListField&) = delete;
+  // Deep copies: the copy has entries (and values) of its own. Assignment gives the strong
+  // guarantee. Throw what kovCopyField throws.
+  CKovListField(const CKovListField& other);
+  CKovListField& operator=(const CKovListField& other);
 
   int IsList() const override { return 1; }
 
@@ -114,5 +123,8 @@ class CKovListField : public CKovComplexField {
   std::unique_ptr<CKovPkEntryList> pkEntryList;
   std::unique_ptr<CKovUpEntryList> upEntryList;
 };
+
+// Throws the refusal of a KLS list of listEntryQty entries above its pack data's maxLeq.
+void kovCheckKLSListQty(const char* listName, uint32_t listEntryQty, uint16_t maxLeq);
 
 #endif  // KOV_FIELDS_LISTFIELD_H

@@ -1,6 +1,7 @@
 #include "kov/fields/unionfield.h"
 
 #include "kov/fields/charfield.h"
+#include "kov/fields/fieldcopy.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
 #include "kov/layout/blklayout.h"
@@ -28,6 +29,19 @@ const CKovUnionFieldLayout* asUnionLayout(const CKovFieldLayout* layout) {
 const CKovField* placedField(const KovFieldsMap& fieldsMap, uint32_t id) {
   const CKovField* const* found = fieldsMap.PLookup(id);
   return found != nullptr ? *found : nullptr;
+}
+
+// Appends a record of field to discrs. With owned (holding field), the record takes the field
+// over once it is stored; a failure on the way leaves it with owned.
+void appendDiscr(std::list<const KovDiscrInfo*>& discrs, const CKovField* field,
+                 const CKovFieldLayout* layout, std::unique_ptr<CKovField>* owned = nullptr) {
+  auto info = std::make_unique<KovDiscrInfo>(field, layout, false);
+  discrs.push_back(info.get());
+  KovDiscrInfo* stored = info.release();
+  if (owned != nullptr) {
+    stored->ownsField = true;
+    owned->release();
+  }
 }
 
 }  // namespace
@@ -80,6 +94,23 @@ CKovUnionField::CKovUnionField(const CKovUp* up, const CKovBlkLayout* blkLayout,
   if (status == UpOutsideBlkData && hasFields) status = UpDone;
   if (measure && status == UpDone && hasFields) imageSize = CalculateUpEntrySzInBits(optionLayout);
   up->XmlAddEndTagLine("</Union>");
+}
+
+CKovUnionField::CKovUnionField(const CKovUnionField& other)
+    : CKovComplexField(other),
+      layoutID(other.layoutID),
+      pkEntry(kovCopyPkEntry(other.pkEntry.get())) {
+  upEntry.reset(kovCopyUpEntry(other.upEntry.get()));
+}
+
+CKovUnionField& CKovUnionField::operator=(const CKovUnionField& other) {
+  if (this == &other) return *this;
+  CKovUnionField copy(other);
+  CKovComplexField::operator=(other);
+  layoutID = copy.layoutID;
+  pkEntry.swap(copy.pkEntry);
+  upEntry.swap(copy.upEntry);
+  return *this;
 }
 
 CKovUnionField::~CKovUnionField() { Cleanup(); }
@@ -150,7 +181,7 @@ bool CKovUnionField::GetSameBlkDiscrField(const CKovUp* up, const CKovBlkLayout*
                                           std::list<const KovDiscrInfo*>& discrs) const {
   const CKovFieldLayout* discrLayout = blkLayout->GetFieldLayout(discrID);
   if (const CKovField* placed = placedField(fieldsMap, discrID)) {
-    discrs.push_back(new KovDiscrInfo(placed, discrLayout, false));
+    appendDiscr(discrs, placed, discrLayout);
     return true;
   }
   // Not read yet: only a discriminant of the union's own entry can be read from here.
@@ -162,8 +193,7 @@ bool CKovUnionField::GetSameBlkDiscrField(const CKovUp* up, const CKovBlkLayout*
                                                     discrLayout, discrID, blkLayout->GetBlkID(),
                                                     lastBit));
   if (!field) return false;
-  discrs.push_back(new KovDiscrInfo(field.get(), discrLayout, true));
-  field.release();
+  appendDiscr(discrs, field.get(), discrLayout, &field);
   return true;
 }
 
@@ -182,8 +212,7 @@ bool CKovUnionField::GetSplitBlkDiscrField(const CKovUp* up, uint16_t instance, 
   }
   const CKovField* placed = placedField((**instances)[n]->GetUpFieldMap(), discrID);
   if (placed == nullptr) return true;
-  discrs.push_back(new KovDiscrInfo(
-      placed, discrBlk != nullptr ? discrBlk->GetFieldLayout(discrID) : nullptr, false));
+  appendDiscr(discrs, placed, discrBlk != nullptr ? discrBlk->GetFieldLayout(discrID) : nullptr);
   return true;
 }
 

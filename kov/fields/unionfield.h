@@ -42,8 +42,10 @@ class CKovUnionField : public CKovComplexField {
                  uint32_t lastBit, KovFieldsMap& fieldsMap, UpStatus& status, uint32_t fieldID,
                  uint16_t instance);
   ~CKovUnionField() override;
-  CKovUnionField(const CKovUnionField&) = delete;
-  CKovUnionField& operator=(const CKovUnionField&) = delete;
+  // Deep copies: the copy has an option entry (and values) of its own. Assignment gives the
+  // strong guarantee. Throw what kovCopyField throws.
+  CKovUnionField(const CKovUnionField& other);
+  CKovUnionField& operator=(const CKovUnionField& other);
 
   int IsUnion() const override { return 1; }
   uint32_t GetLayoutID() const { return layoutID; }

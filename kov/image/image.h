@@ -60,7 +60,9 @@ class CKovImage {
   int GetBytes(uint32_t start, uint32_t numBytes, std::vector<uint8_t>& bytes) const;
 
   // The bit reader: the numBits-bit value at (start, msbStart). Sets value to 0 first, then fails
-  // when numBits > 32, msbStart > 7 or start lies outside the image. numBits 0 inside the image
+  // when numBits > 32, msbStart > 7 or start lies outside the image. The refusal of an MSB start
+  // above 7 is deliberate: such a start names no bit of its byte, and reading on from it would
+  // take bits from outside the field. numBits 0 inside the image
   // gives 0. A read that runs off the end fails and keeps the bits gathered so far: each whole
   // byte that was missing has already been shifted in as 0, a missing last part-byte has not
   // (reading 32 bits at (0, 7) from 12 34 56 leaves 0x12345600).

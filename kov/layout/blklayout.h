@@ -29,7 +29,7 @@ class CKovDataLayout;
 class CKovFieldLayout;
 
 // Access rights of a partition or block. Stored and reported; the library treats all alike.
-enum AccessRights { ReadOnly = 0, ReadWrite = 1, ReadWriteLocked = 2 };
+enum AccessRights : int { ReadOnly = 0, ReadWrite = 1, ReadWriteLocked = 2 };
 
 // KOV type and id, instance kind and padding of a block.
 struct KovBlkLayoutAttrib {

@@ -16,7 +16,8 @@ class CKovCharFieldLayout : public CKovFieldLayout {
 
  public:
   // Bits of one character; also used by CKovStrFieldLayout.
-  enum CharType { Char4Bit = 4, Char8Bit = 8, Char16Bit = 16 };
+  // Bits per character. Any int may be stored; the constructors refuse the other values.
+  enum CharType : int { Char4Bit = 4, Char8Bit = 8, Char16Bit = 16 };
 
   // One character of charType; throws the invalid-type text above when charType is not 4, 8
   // or 16.

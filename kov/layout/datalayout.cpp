@@ -50,7 +50,7 @@ CKovDataLayout::CKovDataLayout(LayoutType layoutType, uint32_t startByteOffset, 
 CKovDataLayout::~CKovDataLayout() {
   // One layout may have been added under two ids: delete each object once.
   std::unordered_set<CKovFieldLayout*> owned;
-  for (const auto& idAndLayout : fieldMap) owned.insert(idAndLayout.second);
+  for (const auto& idAndLayout : GetFieldMap()) owned.insert(idAndLayout.second);
   owned.erase(nullptr);
   for (CKovFieldLayout* fieldLayout : owned) delete fieldLayout;
 }
@@ -58,7 +58,7 @@ CKovDataLayout::~CKovDataLayout() {
 void CKovDataLayout::AddField(uint32_t fieldID, uint32_t prevFieldID, CKovFieldLayout* fieldLayout,
                               int32_t position) {
   if (prevFieldID == 0) prevFieldID = fieldID;
-  fieldMap.SetAt(fieldID, fieldLayout);
+  SetAt(fieldID, fieldLayout);
   positionMap.SetAt(fieldID, position);
   prevFieldMap.SetAt(fieldID, prevFieldID);
   orderedFieldIDs.push_back(fieldID);
@@ -66,7 +66,7 @@ void CKovDataLayout::AddField(uint32_t fieldID, uint32_t prevFieldID, CKovFieldL
 
 CKovFieldLayout* CKovDataLayout::FindInComplexFields(uint32_t fieldID) const {
   CKovFieldLayout* found = nullptr;
-  for (const auto& idAndLayout : fieldMap) {
+  for (const auto& idAndLayout : GetFieldMap()) {
     const CKovFieldLayout* fieldLayout = idAndLayout.second;
     if (fieldLayout == nullptr) continue;
     if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovUnionFieldLayout))) {

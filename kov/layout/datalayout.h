@@ -31,10 +31,11 @@
 class CKovFieldLayout;
 
 // The kind of a data layout. The application chooses its values; the library only tests
-// ListEntryLayout, the data layout of one list entry.
-enum LayoutType { ListEntryLayout = 2 };
+// ListEntryLayout, the data layout of one list entry. Any int is a valid value.
+enum LayoutType : int { ListEntryLayout = 2 };
 
-class CKovDataLayout {
+// A data layout is itself the map of its own fields, field id -> field layout (owned).
+class CKovDataLayout : public CKovMap<uint32_t, CKovFieldLayout*> {
  public:
   // Stores its arguments. dataLayoutID is the id of the complex field that owns a layout that is
   // not block level; startByteOffset is only handed back.
@@ -57,7 +58,7 @@ class CKovDataLayout {
   // The layout of fieldID in this layout; else the first hit of a search through the complex
   // fields in map order (every option of a union, the entry of a list), at any depth; else null.
   CKovFieldLayout* GetFieldLayout(uint32_t fieldID) const {
-    CKovFieldLayout* const* found = fieldMap.PLookup(fieldID);
+    CKovFieldLayout* const* found = PLookup(fieldID);
     return found != nullptr && *found != nullptr ? *found : FindInComplexFields(fieldID);
   }
 
@@ -74,7 +75,7 @@ class CKovDataLayout {
   const std::list<uint32_t>& GetOrderedFieldIDsList() const { return orderedFieldIDs; }
 
   // The fields directly in this layout, by id.
-  const CKovMap<uint32_t, CKovFieldLayout*>& GetFieldMap() const { return fieldMap; }
+  const CKovMap<uint32_t, CKovFieldLayout*>& GetFieldMap() const { return *this; }
 
   // The constructor's arguments.
   LayoutType GetLayoutType() const { return layoutType; }
@@ -87,7 +88,6 @@ class CKovDataLayout {
   // The search of GetFieldLayout through the complex fields, for an id not directly here.
   CKovFieldLayout* FindInComplexFields(uint32_t fieldID) const;
 
-  CKovMap<uint32_t, CKovFieldLayout*> fieldMap;
   CKovMap<uint32_t, int32_t> positionMap;
   std::list<uint32_t> orderedFieldIDs;
   CKovMap<uint32_t, uint32_t> prevFieldMap;

@@ -11,8 +11,9 @@
 class CKovUp;
 class CKovBlkLayout;
 
-// Where a list's entry quantity (LEQ) comes from. Values outside 0 to 6 are no format.
-enum ListFormat {
+// Where a list's entry quantity (LEQ) comes from. Values outside 0 to 6 are no format, and
+// kovValidateSglListParms reports them: the fixed underlying type keeps them defined.
+enum ListFormat : int {
   FixedSzNoLeq = 0,     // always maxEntryQty entries; no LEQ field
   VarSzContigLeq = 1,   // LEQ field directly in front of the list, in the same data layout
   VarSzSameBlkLeq = 2,  // LEQ field anywhere in the list's block

@@ -1,8 +1,10 @@
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "kov/kovtest.h"
+#include "kov/layout/charfieldlayout.h"
 #include "kov/layout/datalayout.h"
 #include "kov/layout/listfieldlayout.h"
 #include "kov/layout/numfieldlayout.h"
@@ -77,6 +79,31 @@ TEST(ListValidation, OutValueAndMessagesFollowFormat) {
     kovValidateSglListParms(50, attrib, 7, out);
     EXPECT_EQ(out, c.outAfter);
     EXPECT_EQ(boxes.Texts(), c.texts);
+  }
+}
+
+TEST(LayoutEnums, HoldValuesOutsideTheirNames) {
+  // Each value lies outside the range an enumeration without a fixed type could hold: the
+  // sanitizer build aborts on loading one there.
+  MessageBoxRecorder boxes;
+  for (int value : {-1, 1000, INT32_MAX}) {
+    SCOPED_TRACE(value);
+    CKovDataLayout dl(static_cast<LayoutType>(value), 0, 7, 0, true);
+    EXPECT_EQ(static_cast<int>(dl.GetLayoutType()), value);
+    boxes.Clear();
+    KovListAttribStruct list(9, static_cast<ListFormat>(value), 4, 0, 8, 0, nullptr);
+    bool out = false;
+    kovValidateSglListParms(50, list, 7, out);
+    EXPECT_EQ(boxes.Texts(),
+              std::vector<std::string>{"Invalid format specified for list 50 (see block 7."});
+    auto format = static_cast<UnionFormat>(value);
+    EXPECT_FALSE(CKovUnionFieldLayout::IsSplitFormat(format));
+    EXPECT_FALSE(CKovUnionFieldLayout::IsVarSzFormat(format));
+    EXPECT_FALSE(CKovUnionFieldLayout::IsPaddedFormat(format));
+    EXPECT_KOV_THROW(new CKovCharFieldLayout(77, 0, 7,
+                                             static_cast<CKovCharFieldLayout::CharType>(value),
+                                             true, 0, nullptr),
+                     "Invalid character type specified for field 77.");
   }
 }
 

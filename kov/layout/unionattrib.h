@@ -15,8 +15,9 @@ class CKovBlkLayout;
 struct KovDiscrInfo;
 
 // The kind of a union. Split: its discriminants lie in other blocks. Variable size: it takes the
-// room of the selected option, padded or not. Values outside 8 to 13 are no format.
-enum UnionFormat {
+// room of the selected option, padded or not. Values outside 8 to 13 are no format; the fixed
+// underlying type keeps every value an application stores defined.
+enum UnionFormat : int {
   UnionFixedPadded = 8,
   UnionFixedSplitPadded = 9,
   UnionVarSz = 10,

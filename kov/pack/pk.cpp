@@ -90,6 +90,13 @@ int CKovPk::FillImage(const CKovCpLayout* cpLayout, CKovImage* image, uint32_t& 
     vectors.Clear();
     if (e->GetMessage().empty()) e->SetMessage("Unknown error occurred while trying to save image.");
     throw;
+  } catch (...) {
+    // Exhausted memory ends the pack in the same state as any failure.
+    usedSize = 0;
+    delete patchMap;
+    patchMap = nullptr;
+    vectors.Clear();
+    throw;
   }
   delete patchMap;
   patchMap = nullptr;
@@ -117,9 +124,10 @@ int CKovPk::PackBlksInImage(const CKovCpLayout* cpLayout, CKovImage* image,
     }
     auto info = std::make_unique<KovPartitionPkInfo>(
         KovPartitionPkInfo{partitionStart, nextFreeByte - partitionStart});
-    KovPartitionPkInfo* previous = nullptr;
-    if (partitionPkInfo.Lookup(partitionNum, previous)) delete previous;
-    partitionPkInfo.SetAt(partitionNum, info.release());
+    // The slot first: once it exists, nothing can throw between the delete and the store.
+    KovPartitionPkInfo*& slot = partitionPkInfo[partitionNum];
+    delete slot;
+    slot = info.release();
   }
   return 1;
 }

@@ -11,7 +11,7 @@
 
 CKovPkEntry::CKovPkEntry(int numberOfFields)
     : orderedPkFields(static_cast<size_t>(std::max(numberOfFields, 0)), nullptr) {
-  pkFieldMap.Reserve(orderedPkFields.size());
+  Reserve(orderedPkFields.size());
 }
 
 // A field may sit in several slots, or in a slot and among the displaced: each is deleted once.
@@ -37,7 +37,7 @@ void CKovPkEntry::AddPkField(uint32_t id, CKovPkField* field, int position) {
   const bool displaces = slot != nullptr && slot != field;
   if (displaces) displaced.push_back(slot);
   try {
-    pkFieldMap.SetAt(id, field);
+    SetAt(id, field);
   } catch (...) {
     if (displaces) displaced.pop_back();
     throw;

@@ -17,7 +17,8 @@
 
 class CKovDataLayout;
 
-class CKovPkEntry {
+// An entry is itself the map of its fields, field id -> pack field (owned).
+class CKovPkEntry : public KovPkFieldMap {
  public:
   // An entry with numberOfFields empty slots.
   explicit CKovPkEntry(int numberOfFields = 0);
@@ -34,7 +35,7 @@ class CKovPkEntry {
   void AddPkField(uint32_t id, CKovPkField* field, int position);
 
   const std::vector<CKovPkField*>* GetOrderedPkEntryArr() const { return &orderedPkFields; }
-  const KovPkFieldMap& GetPkFieldMap() const { return pkFieldMap; }
+  const KovPkFieldMap& GetPkFieldMap() const { return *this; }
 
   // Writes every field in slot order from (entryStartByte, entryMsbStart); returns 1 or throws.
   int WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entryStartByte,
@@ -42,7 +43,6 @@ class CKovPkEntry {
                    const CKovCpLayout* cpLayout, uint16_t blkID, int instance) const;
 
  private:
-  KovPkFieldMap pkFieldMap;
   std::vector<CKovPkField*> orderedPkFields;
   // Fields pushed out of their slot by a later one: the entry owns them and the slots' fields.
   std::vector<CKovPkField*> displaced;

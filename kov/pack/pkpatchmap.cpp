@@ -33,8 +33,12 @@ const CKovField* placedField(const KovFieldsMap* fieldsMap, uint32_t id) {
 void CKovPkPatchMap::AddField(const CKovPk*, const CKovField* field,
                               const CKovFieldLayout* fieldLayout, uint16_t blkID,
                               uint16_t instance, bool ownsField) {
-  auto record = std::make_unique<KovPkPatchFieldInfo>(field, fieldLayout, instance, ownsField);
-  records[blkID].push_back(std::move(record));
+  // The record takes field over only once it is stored: a failure on the way leaves field with
+  // the caller, who still holds it.
+  auto record = std::make_unique<KovPkPatchFieldInfo>(field, fieldLayout, instance, false);
+  RecordList& list = (*this)[blkID];
+  list.push_back(std::move(record));
+  list.back()->ownsField = ownsField;
 }
 
 int CKovPkPatchMap::WriteToImage(const CKovPk* pk, const CKovCpLayout* cpLayout, CKovImage* image,
@@ -43,14 +47,14 @@ int CKovPkPatchMap::WriteToImage(const CKovPk* pk, const CKovCpLayout* cpLayout,
   InstanceSet instancesPatched;
   for (auto& kv : vectorMap) {
     uint16_t blkID = kv.first;
-    RecordList* list = records.PLookup(blkID);
+    RecordList* list = PLookup(blkID);
     if (list == nullptr) continue;
     result = PatchBlk(pk, *list, cpLayout, image, kv.second, vectorMap, pkBlks, instancesPatched,
                       blkID);
     if (result == 0) return 0;
-    records.RemoveKey(blkID);
+    RemoveKey(blkID);
   }
-  if (!records.IsEmpty()) {
+  if (!IsEmpty()) {
     kovMessageBox(
         "Failed to patch 1 or more fields. Check that\nblocks for all split-across fields are "
         "being packed.");

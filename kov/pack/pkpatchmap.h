@@ -54,7 +54,9 @@ struct KovPkPatchFieldInfo {
   bool ownsField;
 };
 
-class CKovPkPatchMap {
+// The map is itself the map of block id -> records waiting for that block.
+class CKovPkPatchMap
+    : public CKovMap<uint32_t, std::list<std::unique_ptr<KovPkPatchFieldInfo>>> {
  public:
   using RecordList = std::list<std::unique_ptr<KovPkPatchFieldInfo>>;
 
@@ -64,7 +66,8 @@ class CKovPkPatchMap {
   CKovPkPatchMap& operator=(const CKovPkPatchMap&) = delete;
 
   // Appends a record for field of block blkID, instance (from 1). With ownsField the record
-  // deletes field with itself.
+  // deletes field with itself, from the moment it is stored; when the append throws
+  // (std::bad_alloc), field stays the caller's.
   void AddField(const CKovPk* pk, const CKovField* field, const CKovFieldLayout* fieldLayout,
                 uint16_t blkID, uint16_t instance, bool ownsField);
 
@@ -73,7 +76,7 @@ class CKovPkPatchMap {
                    KovIDVectorMap& vectorMap, const KovPkBlkMap* pkBlks);
 
   // Block ids with records still waiting, and their records.
-  const CKovMap<uint32_t, RecordList>& GetRecords() const { return records; }
+  const CKovMap<uint32_t, RecordList>& GetRecords() const { return *this; }
 
  protected:
   using InstanceSet = CKovMap<uint32_t, bool>;
@@ -102,7 +105,6 @@ class CKovPkPatchMap {
   bool FloatingFieldIndex(const CKovFieldLayout* layout, const KovFieldsMap* fieldsMap,
                           uint32_t dataStart, uint32_t& index) const;
 
-  CKovMap<uint32_t, RecordList> records;
 };
 
 #endif  // KOV_PACK_PKPATCHMAP_H

@@ -123,7 +123,7 @@ int CKovPkStdBlk::WriteNonDistBlkToImage(const CKovPk* pk, CKovImage* image,
     WriteBlkHdr(pk, image, blkLayout, nextFreeByte, static_cast<uint16_t>(instance));
     uint32_t dataStart = nextFreeByte;
     if (blkLayout->IsKLSBlk()) {
-      PackKLSCfgInfo(image, cpLayout, GetKLSListField(entry, instance), blkLayout, dataStart,
+      PackKLSCfgInfo(image, cpLayout, GetKLSListField(entry), blkLayout, dataStart,
                      static_cast<uint16_t>(instance), kLinkLeftAlone);
     } else if (blkLayout->IsHdrBlk()) {
       PackDistKLSCfgInfo(pk, cpLayout, image, dataStart, static_cast<uint16_t>(instance));
@@ -194,12 +194,18 @@ CKovIDVector* CKovPkStdBlk::GetVectorObjForBlk(const CKovBlkLayout* layout,
   return made.release();
 }
 
-const CKovField* CKovPkStdBlk::GetKLSListField(const CKovPkEntry* entry, int instance) const {
+const CKovField* CKovPkStdBlk::GetKLSListField(const CKovPkEntry* entry) const {
   const CKovField* value = firstValueOf(entry);
   if (value != nullptr && value->IsUnion()) {
     value = firstValueOf(static_cast<const CKovUnionField*>(value)->GetPkEntry());
   }
   if (asList(value) == nullptr) {
+    // The instance number names the failing entry: its place in this block's entries.
+    int instance = 1;
+    for (const CKovPkEntry* e : *pkEntryList) {
+      if (e == entry) break;
+      ++instance;
+    }
     throwBlkError(kovFormat("Block %s [%d]: a KOV List Structure entry must hold its list as its "
                             "one field.",
                             GetBlkName().c_str(), instance));
@@ -254,7 +260,7 @@ void CKovPkStdBlk::PackDistKLSCfgInfo(const CKovPk* pk, const CKovCpLayout* cpLa
   }
   const CKovPkEntry* entry = distData->GetPackEntryList()->GetAt(instance - 1);
   // The first listlet of the first instance bears number 0: its link is known already.
-  PackKLSCfgInfo(image, cpLayout, distData->GetKLSListField(entry, instance), blkLayout, start,
+  PackKLSCfgInfo(image, cpLayout, distData->GetKLSListField(entry), blkLayout, start,
                  instance, instance == 1 ? 0 : kLinkLeftAlone);
 }
 
@@ -326,7 +332,7 @@ int CKovPkStdBlk::WriteDistBlkToImage(const CKovPk* pk, CKovImage* image, uint32
   uint16_t listletNum = 0;
   uint16_t instance = 1;
   for (const CKovPkEntry* entry : *pkEntryList) {
-    const CKovField* listField = GetKLSListField(entry, instance);
+    const CKovField* listField = GetKLSListField(entry);
     if (hdrData == nullptr) {
       CreateHdrBlkForDistKLS(pk, image, cpLayout, listField, instance, listletNum, nextFreeByte,
                              vectorMap);
@@ -346,7 +352,11 @@ void CKovPkStdBlk::WriteDistKLSBlkInstance(const CKovPk* pk, CKovImage* image,
                                            uint16_t instance, uint16_t& listletNum) const {
   const CKovListField* list = asList(listField);
   const CKovPkEntryList* entries = list->GetPkEntryList();
-  uint16_t qty = static_cast<uint16_t>(entries != nullptr ? entries->GetCount() : 0);
+  int given = entries != nullptr ? entries->GetCount() : 0;
+  // The header records the list's maximum; more entries would also wrap the 16-bit count.
+  kovCheckKLSListQty(list->GetFieldName().c_str(), static_cast<uint32_t>(given),
+                     list->GetMaxLeq());
+  uint16_t qty = static_cast<uint16_t>(given);
   uint32_t listID = list->GetFieldID();
   uint16_t maxLLEQ = static_cast<const CKovKLSBlkLayout*>(blkLayout)->GetMaxLLEQ(listID, instance);
   if (qty > 0 && maxLLEQ == 0) {

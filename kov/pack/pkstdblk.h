@@ -20,7 +20,9 @@
 // Throws, with nothing of the failing instance written:
 //   "Block %s [%d] is too large to fit in the image.\nImage size: %d, blk Start: %d, blk Size %d.\n"
 //   "Block %s has %d instances but %d data sizes."  (fewer sizes than entries)
-//   "Block %s [%d] has %d bytes of data; an instance holds at most 65533."
+//   "Block %s [%d] has %d bytes of data; an instance holds at most 65533."  (deliberate: the
+//    16-bit size field holds the data size + 2, so a larger instance would announce a wrapped
+//    size and every reader would lose its way at the next header)
 //   "Block %s [%d] is padded to %d bytes but was given a data size of %d."
 //   "Unable to calculate checksum for block %s."
 //   "Block %s [%d]: a KOV List Structure entry must hold its list as its one field."
@@ -109,7 +111,7 @@ class CKovPkStdBlk : public CKovStdBlk {
   void WriteKLSLinkFld(CKovImage* image, const CKovBlkLayout* distBlk,
                        const CKovBlkLayout* hdrBlk, uint32_t start, uint16_t linkID) const;
   // The list an entry of a KLS block holds, directly or as the one field of a union's option.
-  const CKovField* GetKLSListField(const CKovPkEntry* entry, int instance) const;
+  const CKovField* GetKLSListField(const CKovPkEntry* entry) const;
 
   // The distributed road: every instance's list cut into listlets, with the header block's
   // instance generated in front of them when the application gave no header data.

@@ -31,6 +31,78 @@ const char* const kProlog[] = {
     "<CodeplugData>",
 };
 
+// 1 for a code XML 1.0 can hold at all, as text or as a character reference.
+bool isXmlChar(uint32_t c) {
+  return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
+         (c >= 0xE000 && c <= 0xFFFD);
+}
+
+// Appends one character code as the report writes it:
+//   printable ASCII        as itself, '&' as "&amp;" ('<', '>' and quotes stay as they are)
+//   tab, LF, CR, 0x7F up   a character reference, "&#xE9;" (a byte is its Latin-1 character)
+//   any other code         <Char code="0x0"/>, since XML 1.0 can't hold it in any form
+void appendChar(std::string& out, uint32_t c) {
+  char buf[32];
+  if (c == '&') {
+    out += "&amp;";
+  } else if (c >= 0x20 && c < 0x7F) {
+    out.push_back(static_cast<char>(c));
+  } else if (isXmlChar(c)) {
+    std::snprintf(buf, sizeof buf, "&#x%X;", static_cast<unsigned>(c));
+    out += buf;
+  } else {
+    std::snprintf(buf, sizeof buf, "<Char code=\"0x%X\"/>", static_cast<unsigned>(c));
+    out += buf;
+  }
+}
+
+// 1 when text is well-formed UTF-8 without overlong forms, surrogates or codes past U+10FFFF.
+bool isUtf8(const std::string& text) {
+  size_t i = 0;
+  const size_t n = text.size();
+  // Each step consumes one whole sequence or fails: bounded by the length of text.
+  while (i < n) {
+    auto b = static_cast<unsigned char>(text[i]);
+    size_t len = b < 0x80 ? 1 : (b >> 5) == 0x6 ? 2 : (b >> 4) == 0xE ? 3 : (b >> 3) == 0x1E ? 4 : 0;
+    if (len == 0 || len > n - i) return false;
+    uint32_t c = len == 1 ? b : b & (0x7F >> len);
+    for (size_t k = 1; k < len; ++k) {
+      auto t = static_cast<unsigned char>(text[i + k]);
+      if ((t & 0xC0) != 0x80) return false;
+      c = (c << 6) | (t & 0x3F);
+    }
+    static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (c < kLeast[len] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return false;
+    i += len;
+  }
+  return true;
+}
+
+// A text of 8-bit characters (a string value), each as appendChar writes it.
+std::string xmlBytes(const std::string& text) {
+  std::string out;
+  out.reserve(text.size());
+  for (char ch : text) appendChar(out, static_cast<unsigned char>(ch));
+  return out;
+}
+
+// A name from the application: UTF-8 goes through as it is (but for the codes XML can't hold),
+// anything else is read byte by byte as a string value is.
+std::string xmlName(const std::string& name) {
+  if (!isUtf8(name)) return xmlBytes(name);
+  std::string out;
+  out.reserve(name.size());
+  for (char ch : name) {
+    auto b = static_cast<unsigned char>(ch);
+    if (b >= 0x80) {
+      out.push_back(ch);
+    } else {
+      appendChar(out, b);
+    }
+  }
+  return out;
+}
+
 }  // namespace
 
 CKovXmlData::CKovXmlData() {
@@ -42,6 +114,10 @@ void CKovXmlData::AddString(std::string line) {
   for (size_t pos = line.find('&'); pos != std::string::npos; pos = line.find('&', pos + 1)) {
     line.insert(pos + 1, "amp;");
   }
+  AddLine(std::move(line));
+}
+
+void CKovXmlData::AddLine(std::string line) {
   line.push_back('\n');
   xmlLines.push_back(std::move(line));
 }
@@ -62,20 +138,21 @@ void CKovXmlData::AddEndTagLine(const std::string& tag) {
 
 void CKovXmlData::StartBlkInstance(const std::string& blkName, uint16_t instance) {
   AddStartTagLine("<Block>");
-  AddString(kovFormat("%s<BlockName> %s_%d </BlockName>", tabStr.c_str(), blkName.c_str(),
-                      instance));
+  AddLine(kovFormat("%s<BlockName> %s_%d </BlockName>", tabStr.c_str(),
+                    xmlName(blkName).c_str(), instance));
 }
 
 void CKovXmlData::AddPrimitiveField(const CKovField* field, const CKovFieldLayout* layout) {
   AddStartTagLine("<Field>");
   const char* tab = tabStr.c_str();
-  AddString(kovFormat("%s<Name> %s </Name>", tab, field->GetFieldName().c_str()));
+  AddLine(kovFormat("%s<Name> %s </Name>", tab, xmlName(field->GetFieldName()).c_str()));
   AddString(kovFormat("%s<ByteOffset> 0x%x </ByteOffset>", tab, layout->GetByteOffset()));
   AddString(kovFormat("%s<BitOffset> 0x%x </BitOffset>", tab, layout->GetMsbStart()));
   AddString(kovFormat("%s<Length> 0x%x </Length>", tab, field->GetImageSize()));
   if (field->IsChar()) {
-    AddString(kovFormat("%s<Value> %c </Value>", tab,
-                        static_cast<const CKovCharField*>(field)->GetValue()));
+    std::string value;
+    appendChar(value, static_cast<const CKovCharField*>(field)->GetValue());
+    AddLine(kovFormat("%s<Value> %s </Value>", tab, value.c_str()));
   } else if (field->IsNumber()) {
     AddString(kovFormat("%s<Value> 0x%x </Value>", tab,
                         static_cast<const CKovNumField*>(field)->GetValue()));
@@ -83,8 +160,8 @@ void CKovXmlData::AddPrimitiveField(const CKovField* field, const CKovFieldLayou
     AddString(kovFormat("%s<Value> 0x%08x </Value>", tab,
                         static_cast<const CKovNameField*>(field)->GetValue()));
   } else if (field->IsString()) {
-    AddString(kovFormat("%s<Value> %s </Value>", tab,
-                        static_cast<const CKovStrField*>(field)->GetValue().c_str()));
+    AddLine(kovFormat("%s<Value> %s </Value>", tab,
+                      xmlBytes(static_cast<const CKovStrField*>(field)->GetValue()).c_str()));
   }
   AddEndTagLine("</Field>");
 }

@@ -9,10 +9,18 @@
 //         <ByteOffset> 0x0 </ByteOffset>     the layout's byte offset within its entry
 //         <BitOffset> 0x7 </BitOffset>       the layout's MSB start
 //         <Length> 0x8 </Length>             the bits the field took in the image
-//         <Value> 0x5 </Value>               number 0x%x, name 0x%08x, character %c, string %s
+//         <Value> 0x5 </Value>               number 0x%x, name 0x%08x, character, string
 //     </Field>
 // Indentation is one tab per open tag and is kept by the calls alone: an end tag closes whatever
-// the caller says. Every '&' becomes "&amp;"; nothing else is escaped.
+// the caller says. Every '&' becomes "&amp;"; '<', '>' and quotes in names and values are left
+// as they are. Characters of values (8-bit string characters, 16-bit character values) that are
+// not printable ASCII are written so that the file stays readable by any XML reader:
+//   tab, LF, CR, 0x7F to 0xD7FF, 0xE000 to 0xFFFD   a character reference: 0xE9 -> &#xE9;
+//   0 to 0x1F otherwise, 0xD800 to 0xDFFF, 0xFFFE, 0xFFFF, which XML 1.0 can't hold in any form
+//                                                    an empty element: 0 -> <Char code="0x0"/>
+// so "A", 0x00, "B" reads <Value> A<Char code="0x0"/>B </Value>. A string value ends at its first
+// NUL. A field or block name in UTF-8 goes through as it is; one that is not is written byte by
+// byte like a string value.
 //
 // CreateXmlFile writes every line and empties the report; a file that can't be opened is passed
 // over in silence. Nothing here throws but for exhausted memory.
@@ -48,7 +56,10 @@ class CKovXmlData {
   const std::vector<std::string>& GetLines() const { return xmlLines; }
 
  private:
+  // Appends line with every '&' escaped.
   void AddString(std::string line);
+  // Appends line as it is.
+  void AddLine(std::string line);
   void ShortenTabStr();
 
   std::vector<std::string> xmlLines;

@@ -150,6 +150,47 @@ TEST(XmlReport, EscapesOnlyAmpersandsAndFormatsZeroValues) {
   EXPECT_EQ(lines[prolog + 19], "\t\t<Value> 0x00000000 </Value>\n");
 }
 
+TEST(XmlReport, EveryCharacterValueLeavesTheFileWellFormed) {
+  // Codes XML 1.0 holds only as references, codes it can't hold at all, and the ASCII around.
+  struct Case {
+    uint16_t code;
+    const char* value;
+  } chars[] = {
+      {0x00, "<Char code=\"0x0\"/>"},       {0x01, "<Char code=\"0x1\"/>"},
+      {0x09, "&#x9;"},                       {0x0A, "&#xA;"},
+      {0x0D, "&#xD;"},                       {0x1F, "<Char code=\"0x1F\"/>"},
+      {0x20, " "},                           {0x26, "&amp;"},
+      {0x41, "A"},                           {0x7E, "~"},
+      {0x7F, "&#x7F;"},                      {0xE9, "&#xE9;"},
+      {0xFF, "&#xFF;"},                      {0x4E2D, "&#x4E2D;"},
+      {0xD800, "<Char code=\"0xD800\"/>"},   {0xFFFD, "&#xFFFD;"},
+      {0xFFFE, "<Char code=\"0xFFFE\"/>"},   {0xFFFF, "<Char code=\"0xFFFF\"/>"},
+  };
+  SettingsFields f;
+  // A name that is not UTF-8 is written byte by byte; one that is goes through.
+  kovRegisterString(2, "Mode\x01\xFF");
+  kovRegisterString(4, "Alias \xC3\xA9");
+  CKovXmlData xml;
+  xml.StartBlkInstance("Chars", 1);
+  const auto& lines = xml.GetLines();
+  for (const Case& c : chars) {
+    SCOPED_TRACE(c.code);
+    CKovCharField field(c.code, 2, 8);
+    xml.AddPrimitiveField(&field, &f.modeLayout);
+    EXPECT_EQ(lines[lines.size() - 6], "\t\t\t<Name> Mode<Char code=\"0x1\"/>&#xFF; </Name>\n");
+    EXPECT_EQ(lines[lines.size() - 2], std::string("\t\t\t<Value> ") + c.value + " </Value>\n");
+  }
+  CKovStrField text("\x01\xE9&", 4, 24);
+  xml.AddPrimitiveField(&text, &f.aliasLayout);
+  EXPECT_EQ(lines[lines.size() - 6], "\t\t\t<Name> Alias \xC3\xA9 </Name>\n");
+  EXPECT_EQ(lines[lines.size() - 2], "\t\t\t<Value> <Char code=\"0x1\"/>&#xE9;&amp; </Value>\n");
+  xml.AddEndTagLine("</Block>");
+  xml.AddEndTagLine("</CodeplugData>");
+  std::string path = testing::TempDir() + "kov_report_chars.xml";
+  xml.CreateXmlFile(path);
+  kovTestReadXmlReport(path);
+}
+
 TEST(XmlReport, EndTagAtDepthZeroStaysAtTheMargin) {
   CKovXmlData xml;
   xml.AddEndTagLine("</CodeplugData>");
@@ -165,7 +206,7 @@ TEST(XmlReport, WritesFileOnceAndPassesOverUnwritablePath) {
   xml.AddEndTagLine("</Block>");
   xml.AddEndTagLine("</CodeplugData>");
   xml.CreateXmlFile(path);
-  EXPECT_EQ(readFile(path), std::string(kProlog) +
+  EXPECT_EQ(kovTestReadXmlReport(path), std::string(kProlog) +
                                 "\t<Block>\n\t\t<BlockName> Zone_3 </BlockName>\n\t</Block>\n"
                                 "</CodeplugData>\n");
   EXPECT_TRUE(xml.GetLines().empty());

@@ -17,6 +17,9 @@ namespace {
 
 [[noreturn]] void throwUp(const std::string& text) { throw new CMevGenException(text, 0); }
 
+// The most instances of one block id an image may hold: the largest 16-bit instance number.
+constexpr unsigned kMaxInstances = 65535;
+
 }  // namespace
 
 CKovUp::CKovUp(const CKovCpLayout* cpLayout, const std::vector<uint8_t>& imageBytes,
@@ -35,11 +38,12 @@ CKovUp::CKovUp(const CKovCpLayout* cpLayout, const std::vector<uint8_t>& imageBy
 CKovUp::~CKovUp() { upCleanup(); }
 
 int CKovUp::FullUnpack() {
+  // Refused before the guard below: the results of the call before stay as they are.
+  if (fullUnpackCalled || image == nullptr) {
+    throwUp("This unpack has been used: make a new CKovUp for another image.");
+  }
   try {
     if (cpLayout == nullptr) throwUp("No image layout found.");
-    if (fullUnpackCalled || image == nullptr) {
-      throwUp("This unpack has been used: make a new CKovUp for another image.");
-    }
     fullUnpackCalled = true;
     CreateUpBlkInstances();
     if (xmlData != nullptr) {
@@ -142,6 +146,12 @@ uint16_t CKovUp::StoreBlkInstAddr(uint16_t blkID, uint32_t startAddr) {
   std::vector<uint32_t>*& addresses = blockAddrMap[blkID];
   if (addresses == nullptr) addresses = new std::vector<uint32_t>(1, 0);
   size_t n = addresses->size();
+  // Instance numbers are 16 bits wide: one more would wrap and replace an instance read before.
+  if (n > kMaxInstances) {
+    throwUp(kovFormat("Block %s at offset %u would be its instance %zu: a block holds at most %u "
+                      "instances.",
+                      cpLayout->GetBlkName(blkID).c_str(), startAddr, n, kMaxInstances));
+  }
   addresses->push_back(startAddr);
   return static_cast<uint16_t>(n);
 }
@@ -182,6 +192,8 @@ int CKovUp::UnpackDistributedKLSBlk(uint16_t blkID,
   std::vector<uint32_t>* addresses = nullptr;
   blockAddrMap.Lookup(blkID, addresses);
   auto instances = std::make_unique<KovUpBlkInstArr>(headers->size(), nullptr);
+  // Each listlet belongs to the one chain that reaches it: every listlet is read once in all.
+  listletClaims.assign(addresses != nullptr ? addresses->size() : 0, 0);
   try {
     for (size_t n = 1; n < headers->size(); ++n) {
       CKovUpBlkInstance* header = (*headers)[n];
@@ -194,19 +206,28 @@ int CKovUp::UnpackDistributedKLSBlk(uint16_t blkID,
     for (CKovUpBlkInstance* made : *instances) delete made;
     throw;
   }
-  upBlksList.SetAt(blkID, instances.release());
+  upBlksList.SetAt(blkID, instances.get());
+  instances.release();
   return 1;
 }
 
 int CKovUp::CreateUpBlks() {
   for (auto& kv : upBlksList) {
     const CKovBlkLayout* blkLayout = cpLayout->GetBlkLayout(kv.first);
-    auto* blk = new CKovUpStdBlk(blkLayout, kv.second, kv.first);
+    // The slot first, so that the block made next has its owner at once.
     CKovUpStdBlk*& slot = upBlksMap[kv.first];
     delete slot;
-    slot = blk;
+    slot = nullptr;
+    slot = new CKovUpStdBlk(blkLayout, kv.second, kv.first);
   }
   return 1;
+}
+
+uint16_t CKovUp::ClaimListlet(uint16_t n, uint16_t hdrInstance) const {
+  if (n >= listletClaims.size()) return 0;
+  uint16_t before = listletClaims[n];
+  if (before == 0) listletClaims[n] = hdrInstance;
+  return before;
 }
 
 const CKovUpStdBlk* CKovUp::GetUnpackedBlk(uint16_t blkID) const {

@@ -12,8 +12,8 @@
 // address of each instance, upBlksList the instances, both indexed by instance number with
 // element 0 empty (0 and null).
 //
-// Every failure is a thrown CMevGenException; the object is then spent (all maps empty, image,
-// patch map and report gone) and no report is written. Texts, innermost first:
+// Every failure of the unpack is a thrown CMevGenException; the object is then spent (all maps
+// empty, image, patch map and report gone) and no report is written. Texts, innermost first:
 //   "Unable to find blkID for item with KOV Name = 0x%x."  (a name the layout does not know)
 //   "Block %s [%d] has an invalid checksum."
 //   "Block header at offset %u is cut short: %u bytes left where a header needs 6."
@@ -21,7 +21,13 @@
 //   "Failed trying to unpack block %s, instance #%d."  (a block's failure without a text)
 //   "Unable to determine address of one or more fields in the image."
 //   "Unknown error occurred while trying to unpack image."
-//   "No image layout found."  /  "This unpack has been used: make a new CKovUp for another image."
+//   "No image layout found."
+//   "Block %s at offset %u would be its instance %zu: a block holds at most %u instances."
+//     (instance numbers are 16 bits wide: a 65536th instance of one block is refused instead
+//     of wrapping onto instance 0 and replacing instance 1)
+// A second FullUnpack, after a success or a failure, throws "This unpack has been used: make a
+// new CKovUp for another image." and leaves the object as it was: the results of a successful
+// call stay valid.
 // The constructor throws "Unable to unpack image - out of memory!" when the copy of the image
 // can't be made.
 #ifndef KOV_UNPACK_UP_H
@@ -96,6 +102,12 @@ class CKovUp {
   // Brings the object to the spent state; may run any number of times.
   void upCleanup();
 
+  // Records that the chain of header instance hdrInstance reaches listlet n (the walk's number
+  // of that listlet in its block) of the distributed block being read; the header instance that
+  // reached it before, or 0.
+  uint16_t ClaimListlet(uint16_t n, uint16_t hdrInstance) const;
+  friend class CKovUpDistKLSBlkInst;
+
   uint32_t maxPossibleSize = 0;
   bool fullUnpackCalled = false;
   CKovImage* image = nullptr;
@@ -106,6 +118,8 @@ class CKovUp {
   CKovMap<uint16_t, CKovUpStdBlk*> upBlksMap;
   CKovMap<uint16_t, std::vector<uint32_t>*> blockAddrMap;
   CKovMap<uint16_t, KovUpBlkInstArr*> upBlksList;
+  // The header instance whose chain claimed each listlet of the distributed block being read.
+  mutable std::vector<uint16_t> listletClaims;
 };
 
 #endif  // KOV_UNPACK_UP_H

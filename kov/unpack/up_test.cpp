@@ -17,13 +17,6 @@ uint32_t numberOf(const CKovUpEntry* entry, uint32_t id) {
   return f != nullptr ? static_cast<const CKovNumField*>(f->GetData())->GetValue() : 0xDEADBEEF;
 }
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 bool fileExists(const std::string& path) { return static_cast<bool>(std::ifstream(path)); }
 
 // Blocks A (0x0101, single) and B (0x0102, multi-instance) of the walk example, each with one
@@ -103,7 +96,7 @@ TEST(UpEntry, BlockAReadsWholeAndCutShort) {
   const CKovUpEntry* e = up.GetUnpackedBlk(1)->GetUpEntry(1);
   EXPECT_EQ(numberOf(e, 10), 0xABCu);
   EXPECT_EQ(numberOf(e, 11), 5u);
-  EXPECT_EQ(kovTestValueText(e->GetUpField(12)->GetData()), "string \"Hi\"");
+  EXPECT_EQ(kovGenValueText(e->GetUpField(12)->GetData()), "string \"Hi\"");
 
   // The same block stored with 2 bytes of data (size 4; CRC of AB CA is B982): the string would
   // end past the last bit, so the entry holds the two numbers and nothing fails.
@@ -156,6 +149,17 @@ TEST(FullUnpack, FailuresSpendTheObject) {
       {"size below the checksum", Bytes{0x00, 0x12, 0x00, 0x00, 0x00, 0x01, 0x00},
        "Block header at offset 0 (KOV name 0x00120000) has size 1, below the 2 bytes of its "
        "checksum."},
+      // 65536 instances of B (11 bytes each, data 0): the 16-bit instance number would wrap.
+      {"more instances than an instance number counts", [] {
+         Bytes b;
+         for (uint32_t n = 0; n < 65536; ++n) {
+           b.insert(b.end(), {0x00, 0x12, static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n),
+                              0x00, 0x05, 0, 0, 0, 0, 0});
+         }
+         return b;
+       }(),
+       "Block B at offset 720885 would be its instance 65536: a block holds at most 65535 "
+       "instances."},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -171,6 +175,19 @@ TEST(FullUnpack, FailuresSpendTheObject) {
     EXPECT_KOV_THROW(up.FullUnpack(),
                      "This unpack has been used: make a new CKovUp for another image.");
   }
+}
+
+TEST(FullUnpack, SecondCallIsRefusedAndKeepsTheResults) {
+  WalkLayout w;
+  CKovUp up(w.b.cp.get(), kWalkImage, "");
+  ASSERT_EQ(up.FullUnpack(), 1);
+  const CKovUpEntry* taken = up.GetUnpackedBlk(2)->GetUpEntry(2);
+  EXPECT_KOV_THROW(up.FullUnpack(),
+                   "This unpack has been used: make a new CKovUp for another image.");
+  ASSERT_NE(up.GetUnpackedBlk(2), nullptr);
+  EXPECT_EQ(up.GetUnpackedBlk(2)->GetUpEntry(2), taken);
+  EXPECT_EQ(numberOf(taken, 20), 0u);
+  EXPECT_NE(up.GetImage(), nullptr);
 }
 
 TEST(FullUnpack, TruncationAtEveryLengthEndsInResultOrItsException) {
@@ -212,8 +229,7 @@ TEST(FullUnpack, WritesReportOfPrimitiveFields) {
   CKovUp up(ab.b.cp.get(), image, path);
   ASSERT_EQ(up.FullUnpack(), 1);
   kovClearRegisteredStrings();
-  std::string report = readFile(path);
-  std::remove(path.c_str());
+  std::string report = kovTestReadXmlReport(path);
   auto field = [](const char* name, int byteOffset, int msb, int length, const char* value) {
     char buf[512];
     std::snprintf(buf, sizeof buf,
@@ -261,8 +277,7 @@ TEST(UpPatchMap, DeferredFieldIsReadBySweepInEveryInstance) {
   EXPECT_EQ(numberOf(blk->GetUpEntry(2), 2), 0x77u);
   // The sweep reports each instance's late field under a block section of its own, behind the
   // blocks of the walk.
-  std::string report = readFile(path);
-  std::remove(path.c_str());
+  std::string report = kovTestReadXmlReport(path);
   size_t late1 = report.find("<BlockName> M_1 </BlockName>", report.find("M_2"));
   size_t late2 = report.find("<BlockName> M_2 </BlockName>", late1);
   EXPECT_NE(late1, std::string::npos);

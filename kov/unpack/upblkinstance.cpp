@@ -64,7 +64,13 @@ CKovUpNonDistBlkInst::CKovUpNonDistBlkInst(const CKovUp* up, CKovUpPatchMap* pat
 }
 
 uint32_t CKovUpNonDistBlkInst::GetTotNumFields() const {
-  return upEntry != nullptr ? static_cast<uint32_t>(upEntry->GetUpFieldMap().GetCount()) : 0;
+  return upEntry != nullptr ? static_cast<uint32_t>(upEntry->GetUpFieldMap().GetCount())
+                            : totNumFields;
+}
+
+CKovUpEntry* CKovUpNonDistBlkInst::TransferUpEntryOwnership() {
+  if (upEntry != nullptr) totNumFields = static_cast<uint32_t>(upEntry->GetUpFieldMap().GetCount());
+  return CKovUpBlkInstance::TransferUpEntryOwnership();
 }
 
 void CKovUpNonDistBlkInst::CreateUpEntry(const CKovUp* up, CKovUpPatchMap* patchMap,

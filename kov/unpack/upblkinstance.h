@@ -46,11 +46,12 @@ class CKovUpBlkInstance {
 
   // 1 when the stored checksum behind the dataSize bytes at dataStart matches them; 0 when it
   // does not or when they do not lie in the image.
-  int ValidateBlockCheckSum(const CKovImage* image, uint32_t dataStart, uint32_t dataSize) const;
+  virtual int ValidateBlockCheckSum(const CKovImage* image, uint32_t dataStart,
+                                    uint32_t dataSize) const;
   // Deletes the entry, if any.
-  void Cleanup();
+  virtual void Cleanup();
   // Hands the entry to the caller, who owns it from then on.
-  CKovUpEntry* TransferUpEntryOwnership();
+  virtual CKovUpEntry* TransferUpEntryOwnership();
 
   friend class CKovUpStdBlk;
 
@@ -74,14 +75,20 @@ class CKovUpNonDistBlkInst : public CKovUpBlkInstance {
 
   uint32_t GetBlkDataStartAddr() const { return blkDataStartAddr; }
   uint32_t GetDataSize() const { return dataSize; }
-  // The number of fields read into the block's own entry.
+  // The number of fields in the block's own entry: those read in the walk and those the sweeps
+  // added. After FullUnpack, when CKovUpStdBlk holds the entry, the count it had then.
   uint32_t GetTotNumFields() const;
 
   // Tests the checksum and reads the entry; see the header comment.
   void CreateUpEntry(const CKovUp* up, CKovUpPatchMap* patchMap, const CKovBlkLayout* blkLayout,
                      uint32_t startAddr, uint16_t size);
 
+ protected:
+  // Records the entry's count for GetTotNumFields, then hands the entry over.
+  CKovUpEntry* TransferUpEntryOwnership() override;
+
  private:
+  uint32_t totNumFields = 0;
   uint32_t dataSize = 0;
   uint32_t blkDataStartAddr = 0;
 };

@@ -62,9 +62,18 @@ CKovUpDistKLSBlkInst::CKovUpDistKLSBlkInst(const CKovUp* up, CKovUpPatchMap* pat
                             name.c_str(), instance, next));
       }
       visited[n] = true;
-      CKovUpBlkInstance* listlet = UnpackListlet(up, up->GetImage(), patchMap, address, next);
-      if (listlet == nullptr) throwDist("");
-      listlets.push_back(listlet);
+      // A listlet on the chain of another header instance too: the chains cross, and reading it
+      // again for every header would make a small image cost without bound.
+      if (uint16_t other = up->ClaimListlet(n, instance)) {
+        throwDist(kovFormat("Distributed KLS block %s: listlet 0x%08X is on the chains of header "
+                            "instances %d and %d.",
+                            name.c_str(), next, other, instance));
+      }
+      std::unique_ptr<CKovUpBlkInstance> listlet(
+          UnpackListlet(up, up->GetImage(), patchMap, address, next));
+      if (!listlet) throwDist("");
+      listlets.push_back(listlet.get());
+      listlet.release();
       up->XmlAddEndTagLine("</Listlet>");
     }
   } catch (CMevGenException* e) {
@@ -80,10 +89,11 @@ CKovUpDistKLSBlkInst::CKovUpDistKLSBlkInst(const CKovUp* up, CKovUpPatchMap* pat
     throw;
   }
   try {
-    const CKovField* listField = CreateSglListFldFromListlets(listlets);
+    // The joined list is owned here until the instance's entry takes it.
+    std::unique_ptr<const CKovField> listField(CreateSglListFldFromListlets(listlets));
     AddLinkFieldToBlkInstance();
-    AddLeqFieldToBlkInstance(listField);
-    AddListFieldToDistKLSBlkInst(listField);
+    AddLeqFieldToBlkInstance(listField.get());
+    AddListFieldToDistKLSBlkInst(listField.release());
   } catch (...) {
     DeleteListletBlkInstances(listlets);
     throw;
@@ -177,34 +187,48 @@ const CKovField* CKovUpDistKLSBlkInst::CreateSglListFldFromListlets(
     list->GetUpEntryList(this)->MoveAllTo(joined.get());
   }
   uint16_t qty = static_cast<uint16_t>(joined->GetCount());
-  return new CKovListField(fieldID, qty, joined.release());
+  auto list = std::make_unique<CKovListField>(fieldID, qty, joined.get());
+  joined.release();
+  return list.release();
 }
 
 void CKovUpDistKLSBlkInst::AddLinkFieldToBlkInstance() {
   const CKovFieldLayout* layout = blkLayout->GetFieldLayout(CKovKLSBlkLayout::m_linkFldID);
-  auto* link = new CKovNameField(0, CKovKLSBlkLayout::m_linkFldID,
-                                 layout != nullptr ? layout->GetLengthInBits() : 32, 0);
-  upEntry->AddUpField(CKovKLSBlkLayout::m_linkFldID, new CKovUpField(link, layout));
-  upFieldMap.SetAt(CKovKLSBlkLayout::m_linkFldID, link);
+  auto link = std::make_unique<CKovNameField>(
+      0, CKovKLSBlkLayout::m_linkFldID, layout != nullptr ? layout->GetLengthInBits() : 32, 0);
+  const CKovField* placed = link.get();
+  auto upField = std::make_unique<CKovUpField>(placed, layout);
+  link.release();
+  upEntry->AddUpField(CKovKLSBlkLayout::m_linkFldID, upField.release());
+  upFieldMap.SetAt(CKovKLSBlkLayout::m_linkFldID, placed);
 }
 
 void CKovUpDistKLSBlkInst::AddLeqFieldToBlkInstance(const CKovField* listField) {
   auto* list = static_cast<const CKovListField*>(listField);
-  auto* leq = new CKovNumField(list->GetListEntryQty() & 0xFFFF, CKovKLSBlkLayout::m_leqFldID,
-                               list->GetImageSize());
-  upEntry->AddUpField(CKovKLSBlkLayout::m_leqFldID,
-                      new CKovUpField(leq, blkLayout->GetFieldLayout(CKovKLSBlkLayout::m_leqFldID)));
-  upFieldMap.SetAt(CKovKLSBlkLayout::m_leqFldID, leq);
+  auto leq = std::make_unique<CKovNumField>(list->GetListEntryQty() & 0xFFFF,
+                                            CKovKLSBlkLayout::m_leqFldID, list->GetImageSize());
+  const CKovField* placed = leq.get();
+  auto upField = std::make_unique<CKovUpField>(
+      placed, blkLayout->GetFieldLayout(CKovKLSBlkLayout::m_leqFldID));
+  leq.release();
+  upEntry->AddUpField(CKovKLSBlkLayout::m_leqFldID, upField.release());
+  upFieldMap.SetAt(CKovKLSBlkLayout::m_leqFldID, placed);
 }
 
 void CKovUpDistKLSBlkInst::AddListFieldToDistKLSBlkInst(const CKovField* listField) {
   uint32_t id = listField->GetFieldID();
   const CKovFieldLayout* layout = blkLayout->GetFieldLayout(id);
-  auto upField = std::make_unique<CKovUpField>(listField, layout);
+  std::unique_ptr<CKovUpField> upField;
+  try {
+    upField = std::make_unique<CKovUpField>(listField, layout);
+  } catch (...) {
+    delete listField;
+    throw;
+  }
   const CKovDataLayout* blockData = blkLayout->GetDataLayout();
   if (layout != nullptr && layout->GetParentDataLayout() == blockData) {
-    upFieldMap.SetAt(id, listField);
     upEntry->AddUpField(id, upField.release());
+    upFieldMap.SetAt(id, listField);
     return;
   }
   uint32_t unionID = blockData->GetIDOfLastFieldInLayout();
@@ -220,10 +244,14 @@ void CKovUpDistKLSBlkInst::AddListFieldToDistKLSBlkInst(const CKovField* listFie
         static_cast<const CKovUnionFieldLayout*>(unionLayout), optionID, id);
     auto unionEntry = std::make_unique<CKovUpEntry>(optionLayout);
     unionEntry->AddUpField(id, upField.release());
-    auto unionField = std::make_unique<CKovUnionField>(unionID, optionID, unionEntry.release());
+    auto unionField = std::make_unique<CKovUnionField>(unionID, optionID, unionEntry.get());
+    unionEntry.release();
+    const CKovField* placed = unionField.get();
+    auto unionUpField = std::make_unique<CKovUpField>(placed, unionLayout);
+    unionField.release();
+    upEntry->AddUpField(unionID, unionUpField.release());
     upFieldMap.SetAt(id, listField);
-    upFieldMap.SetAt(unionID, unionField.get());
-    upEntry->AddUpField(unionID, new CKovUpField(unionField.release(), unionLayout));
+    upFieldMap.SetAt(unionID, placed);
   } catch (CMevGenException* e) {
     if (e->GetMessage().empty()) {
       e->SetMessage(kovFormat("Unknown error occurred while unpacking Distributed KLS block %s "
@@ -246,7 +274,8 @@ const CKovDataLayout* CKovUpDistKLSBlkInst::GetUnionDataLayout(
                       blkLayout->GetBlkName().c_str(), blkInstanceNum, fieldID));
 }
 
-void CKovUpDistKLSBlkInst::DeleteListletBlkInstances(std::list<CKovUpBlkInstance*>& listlets) {
+void CKovUpDistKLSBlkInst::DeleteListletBlkInstances(
+    std::list<CKovUpBlkInstance*>& listlets) const {
   for (CKovUpBlkInstance* listlet : listlets) delete listlet;
   listlets.clear();
 }

@@ -11,6 +11,9 @@
 // A damaged chain is refused, naming the block and the instance:
 //   "Distributed KLS block %s [%d]: its header links to no listlet."
 //   "Distributed KLS block %s [%d]: the chain of listlets returns to listlet 0x%08X."
+//   "Distributed KLS block %s: listlet 0x%08X is on the chains of header instances %d and %d."
+//     (deliberate: a listlet belongs to the one chain that reaches it; reading a shared chain
+//     again for every header would let a small image take memory and time without bound)
 //   "Listlet 0x%08X of Distributed KLS block %s [%d] at offset %u runs past the end of the image."
 //   "Unable to determine instance # of Distributed KLS item\n%s in the image."  (a link the walk
 //    did not meet, or one naming a listlet of another block)
@@ -57,9 +60,10 @@ class CKovUpDistKLSBlkInst : public CKovUpBlkInstance {
                                            uint32_t& optionID, uint32_t fieldID) const;
   void AddLinkFieldToBlkInstance();
   void AddLeqFieldToBlkInstance(const CKovField* listField);
-  // Takes ownership of listField.
+  // Takes ownership of listField, also when it throws (it is then deleted).
   void AddListFieldToDistKLSBlkInst(const CKovField* listField);
-  static void DeleteListletBlkInstances(std::list<CKovUpBlkInstance*>& listlets);
+  // Deletes every listlet and empties the list.
+  void DeleteListletBlkInstances(std::list<CKovUpBlkInstance*>& listlets) const;
 
  private:
   const CKovBlkLayout* blkLayout;

@@ -6,6 +6,7 @@
 #include "kov/fields/namefield.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
+#include "kov/fields/listfield.h"
 #include "kov/fields/unionfield.h"
 #include "kov/layout/blklayout.h"
 #include "kov/layout/charfieldlayout.h"
@@ -17,6 +18,7 @@
 #include "kov/layout/unionfieldlayout.h"
 #include "kov/platform/format.h"
 #include "kov/platform/mevgenexception.h"
+#include "kov/unpack/upentrylist.h"
 #include "kov/unpack/upfieldfactory.h"
 #include "kov/unpack/uppatchmap.h"
 
@@ -28,7 +30,7 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
   status = UpDone;
   uint16_t blkID = blkLayout->GetBlkID();
   // Most entries read every field of their layout: room for them all at once.
-  upFields.Reserve(dataLayout->GetFieldMap().size());
+  Reserve(dataLayout->GetFieldMap().size());
   try {
     for (uint32_t fieldID : dataLayout->GetOrderedFieldIDsList()) {
       status = UpDone;
@@ -51,17 +53,26 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
         }
         throw;
       }
-      if (status != UpDone) field.reset();
+      if (status != UpDone && field) {
+        // A list or union that gives up may have read entries below it already.
+        kovForgetField(field.get(), fieldsMap);
+        field.reset();
+      }
       if (status == UpOutsideBlkData || status == UpFailed) break;
       if (status == UpDeferred) {
         patchMap->AddField(up, startByte, startMsb, fieldID, fieldLayout, blkID, instance);
         continue;
       }
       if (!field) continue;
-      fieldsMap.SetAt(fieldID, field.get());
-      AddUpField(fieldID, new CKovUpField(field.release(), fieldLayout));
+      // Into the entry first: once it owns the field, a failure of the map frees it once.
+      const CKovField* placed = field.get();
+      auto upField = std::make_unique<CKovUpField>(placed, fieldLayout);
+      field.release();
+      AddUpField(fieldID, upField.release());
+      fieldsMap.SetAt(fieldID, placed);
     }
   } catch (...) {
+    kovForgetFields(this, fieldsMap);
     Cleanup();
     throw;
   }
@@ -70,12 +81,19 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
 CKovUpEntry::~CKovUpEntry() { Cleanup(); }
 
 void CKovUpEntry::Cleanup() {
-  for (auto& kv : upFields) delete kv.second;
-  upFields.RemoveAll();
+  for (auto& kv : *this) delete kv.second;
+  RemoveAll();
 }
 
 void CKovUpEntry::AddUpField(uint32_t fieldID, CKovUpField* field) {
-  CKovUpField*& slot = upFields[fieldID];
+  CKovUpField** place = nullptr;
+  try {
+    place = &(*this)[fieldID];
+  } catch (...) {
+    delete field;
+    throw;
+  }
+  CKovUpField*& slot = *place;
   // A second field under one id would leave the first without an owner.
   delete slot;
   slot = field;
@@ -83,9 +101,9 @@ void CKovUpEntry::AddUpField(uint32_t fieldID, CKovUpField* field) {
 
 const CKovUpField* CKovUpEntry::GetUpField(uint32_t fieldID) const {
   CKovUpField* field = nullptr;
-  if (upFields.Lookup(fieldID, field) && field != nullptr) return field;
+  if (Lookup(fieldID, field) && field != nullptr) return field;
   // A union is transparent: its option's fields answer for the entry that holds it.
-  for (const auto& kv : upFields) {
+  for (const auto& kv : GetUpFieldMap()) {
     const CKovField* value = kv.second != nullptr ? kv.second->GetData() : nullptr;
     if (value == nullptr || !value->IsUnion()) continue;
     const CKovUpEntry* inner = static_cast<const CKovUnionField*>(value)->GetUpEntry();
@@ -112,4 +130,25 @@ CKovField* CKovUpEntry::UnpackComplexField(const CKovUp* up, uint32_t startByte,
                                            UpStatus& status) const {
   return kovUnpackComplexField(up, blkLayout, startByte, startMsb, patchMap, fieldLayout, lastBit,
                                fieldsMap, status, fieldID, instance);
+}
+
+void kovForgetField(const CKovField* field, KovFieldsMap& fieldsMap) {
+  if (field == nullptr) return;
+  if (field->IsList()) {
+    const CKovUpEntryList* entries = static_cast<const CKovListField*>(field)->GetUpEntryList();
+    if (entries != nullptr) {
+      for (const CKovUpEntry* entry : *entries) kovForgetFields(entry, fieldsMap);
+    }
+  } else if (field->IsUnion()) {
+    kovForgetFields(static_cast<const CKovUnionField*>(field)->GetUpEntry(), fieldsMap);
+  }
+  const CKovField* const* placed = fieldsMap.PLookup(field->GetFieldID());
+  if (placed != nullptr && *placed == field) fieldsMap.RemoveKey(field->GetFieldID());
+}
+
+void kovForgetFields(const CKovUpEntry* entry, KovFieldsMap& fieldsMap) {
+  if (entry == nullptr) return;
+  for (const auto& kv : entry->GetUpFieldMap()) {
+    if (kv.second != nullptr) kovForgetField(kv.second->GetData(), fieldsMap);
+  }
 }

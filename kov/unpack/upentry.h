@@ -11,6 +11,12 @@
 // those of entries inside lists and unions); the fields map owns nothing and takes every field of
 // the instance at any depth. An exception with an empty text from a field gets
 // "Unable to write field %d in block %s to image.".
+//
+// A field or entry that is thrown away after it was read (a list entry whose walk ended early, a
+// list or union that must wait after its entries were read, a retry of the patch map that still
+// waits) first leaves the fields map: kovForgetField and kovForgetFields remove every field of it,
+// at any depth, whose pointer the map still holds, so that no pointer into freed memory remains
+// for a later field, another block or the application to read.
 #ifndef KOV_UNPACK_UPENTRY_H
 #define KOV_UNPACK_UPENTRY_H
 
@@ -24,7 +30,8 @@ class CKovDataLayout;
 class CKovUp;
 class CKovUpPatchMap;
 
-class CKovUpEntry {
+// An entry is itself the map of its own fields, field id -> unpacked field (owned).
+class CKovUpEntry : public KovUpFieldMap {
  public:
   // An entry without fields.
   explicit CKovUpEntry(const CKovDataLayout* dataLayout) : dataLayout(dataLayout) {}
@@ -40,9 +47,10 @@ class CKovUpEntry {
   // The field of this entry with fieldID, looking through the entries of its unions; null when
   // there is none. Fields inside list entries are found on those entries.
   const CKovUpField* GetUpField(uint32_t fieldID) const;
-  const KovUpFieldMap& GetUpFieldMap() const { return upFields; }
+  const KovUpFieldMap& GetUpFieldMap() const { return *this; }
 
-  // Stores field under fieldID, taking ownership; a field already there is deleted.
+  // Stores field under fieldID, taking ownership (also when it throws std::bad_alloc: field is
+  // then deleted); a field already there is deleted.
   void AddUpField(uint32_t fieldID, CKovUpField* field);
 
  protected:
@@ -59,8 +67,13 @@ class CKovUpEntry {
   void Cleanup();
 
  private:
-  KovUpFieldMap upFields;
   const CKovDataLayout* dataLayout;
 };
+
+// Removes field, and every field below it in list entries and union options, from fieldsMap
+// where the map holds that very pointer. Never throws.
+void kovForgetField(const CKovField* field, KovFieldsMap& fieldsMap);
+// The same for every field of entry (null: nothing).
+void kovForgetFields(const CKovUpEntry* entry, KovFieldsMap& fieldsMap);
 
 #endif  // KOV_UNPACK_UPENTRY_H

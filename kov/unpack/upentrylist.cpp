@@ -14,7 +14,7 @@ void CKovUpEntryList::AddTail(CKovUpEntry* entry) {
 }
 
 void CKovUpEntryList::MoveAllTo(CKovUpEntryList* target) {
-  target->entries.reserve(target->entries.size() + entries.size());
+  // No exact reserve: the vector's own growth keeps a long chain of joins linear.
   target->entries.insert(target->entries.end(), entries.begin(), entries.end());
   entries.clear();
 }

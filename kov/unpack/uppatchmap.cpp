@@ -19,7 +19,7 @@ constexpr int kMaxAttempts = 10;
 void CKovUpPatchMap::AddField(const CKovUp*, uint32_t startByte, uint8_t startMsb,
                               uint32_t fieldID, const CKovFieldLayout* fieldLayout,
                               uint16_t blkID, uint16_t instance) {
-  PendingList& list = pending[blkID];
+  PendingList& list = (*this)[blkID];
   if (!list.keys.insert(KeyOf(fieldID, instance)).second) return;
   list.infos.push_back(
       std::make_unique<KovUpPatchFieldInfo>(startByte, startMsb, fieldID, fieldLayout, instance));
@@ -28,11 +28,11 @@ void CKovUpPatchMap::AddField(const CKovUp*, uint32_t startByte, uint8_t startMs
 int CKovUpPatchMap::UnpackPatchFields(const CKovUp* up) {
   // The block ids of this sweep, in the map's order: lists may be added to during the sweep.
   std::vector<uint16_t> blkIDs;
-  blkIDs.reserve(pending.size());
-  for (const auto& kv : pending) blkIDs.push_back(kv.first);
+  blkIDs.reserve(size());
+  for (const auto& kv : GetPending()) blkIDs.push_back(kv.first);
 
   for (uint16_t blkID : blkIDs) {
-    PendingList* list = pending.PLookup(blkID);
+    PendingList* list = PLookup(blkID);
     if (list == nullptr) continue;
     const CKovBlkLayout* blkLayout = up->GetBlkLayout(blkID);
     std::string blkName = blkLayout != nullptr ? blkLayout->GetBlkName() : std::string();
@@ -73,7 +73,7 @@ int CKovUpPatchMap::UnpackPatchFields(const CKovUp* up) {
     }
     up->XmlAddEndTagLine("</Block>");
     if (result == 0) return 0;
-    if (list->infos.empty()) pending.RemoveKey(blkID);
+    if (list->infos.empty()) RemoveKey(blkID);
   }
   return 1;
 }
@@ -103,11 +103,20 @@ UpStatus CKovUpPatchMap::UnpackField(const CKovUp* up, const KovUpPatchFieldInfo
                                         info->fieldLayout, fieldsMap, lastBit, info->fieldID,
                                         status));
   }
-  if (status != UpDone) return status;
+  if (status != UpDone) {
+    // A retried list or union that still waits may have read entries below it.
+    kovForgetField(field.get(), fieldsMap);
+    return status;
+  }
   if (!field) return UpDone;
-  fieldsMap.SetAt(info->fieldID, field.get());
-  blkInst->GetUpEntry()->AddUpField(info->fieldID,
-                                    new CKovUpField(field.release(), info->fieldLayout));
+  // A field stored again under its id replaces, and frees, the one before it.
+  CKovUpField* const* before = blkInst->GetUpEntry()->GetUpFieldMap().PLookup(info->fieldID);
+  if (before != nullptr && *before != nullptr) kovForgetField((*before)->GetData(), fieldsMap);
+  const CKovField* placed = field.get();
+  auto upField = std::make_unique<CKovUpField>(placed, info->fieldLayout);
+  field.release();
+  blkInst->GetUpEntry()->AddUpField(info->fieldID, upField.release());
+  fieldsMap.SetAt(info->fieldID, placed);
   return UpDone;
 }
 

@@ -46,13 +46,16 @@ struct KovUpPatchFieldInfo {
   uint8_t startMsb;
 };
 
-class CKovUpPatchMap {
+// The waiting fields of one block id, in the order they came.
+struct KovUpPendingList {
+  std::list<std::unique_ptr<KovUpPatchFieldInfo>> infos;
+  std::unordered_set<uint64_t> keys;  // field id and instance of every info, for O(1) tests
+};
+
+// The map is itself the map of block id -> fields of that block waiting.
+class CKovUpPatchMap : public CKovMap<uint16_t, KovUpPendingList> {
  public:
-  // The waiting fields of one block id, in the order they came.
-  struct PendingList {
-    std::list<std::unique_ptr<KovUpPatchFieldInfo>> infos;
-    std::unordered_set<uint64_t> keys;  // field id and instance of every info, for O(1) tests
-  };
+  using PendingList = KovUpPendingList;
 
   CKovUpPatchMap() = default;
   virtual ~CKovUpPatchMap() = default;
@@ -65,10 +68,8 @@ class CKovUpPatchMap {
   // One sweep over everything waiting: 1 when it went through, 0 when a field gave up.
   int UnpackPatchFields(const CKovUp* up);
 
-  // The number of block ids with fields waiting.
-  int GetCount() const { return pending.GetCount(); }
-  bool IsEmpty() const { return pending.IsEmpty(); }
-  const CKovMap<uint16_t, PendingList>& GetPending() const { return pending; }
+  // The block ids with fields waiting (GetCount of the map is their number).
+  const CKovMap<uint16_t, PendingList>& GetPending() const { return *this; }
 
  protected:
   UpStatus UnpackField(const CKovUp* up, const KovUpPatchFieldInfo* info, uint16_t blkID);
@@ -79,7 +80,6 @@ class CKovUpPatchMap {
     return (uint64_t{fieldID} << 16) | instance;
   }
 
-  CKovMap<uint16_t, PendingList> pending;
 };
 
 #endif  // KOV_UNPACK_UPPATCHMAP_H

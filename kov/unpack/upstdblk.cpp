@@ -1,5 +1,6 @@
 #include "kov/unpack/upstdblk.h"
 
+#include "kov/image/checksum.h"
 #include "kov/platform/format.h"
 #include "kov/platform/mevgenexception.h"
 #include "kov/platform/msgbox.h"
@@ -37,4 +38,10 @@ int CKovUpStdBlk::GetNumberOfFields(int) const {
 uint32_t CKovUpStdBlk::GetBlkDataSize(const CKovImage*, uint32_t) const {
   kovMessageBox("CKovUpStdBlk::GetBlkDataSize() - FIX ME!!");
   return 0;
+}
+
+int CKovUpStdBlk::ValidateChecksum(const std::vector<uint8_t>& bytes, uint16_t expected) const {
+  uint16_t computed = 0;
+  kovCalculateChecksum(bytes, computed);
+  return computed == expected ? 1 : 0;
 }

@@ -43,6 +43,10 @@ class CKovUpStdBlk : public CKovStdBlk {
   const CKovMap<uint32_t, int>& GetBlkInstAddrMap() const { return blkInstAddrMap; }
 
  private:
+  // 1 when the CRC-16 of bytes is expected, else 0. The unpack tests a block's checksum through
+  // CKovUpBlkInstance::ValidateBlockCheckSum; this one serves a caller with the bytes in hand.
+  int ValidateChecksum(const std::vector<uint8_t>& bytes, uint16_t expected) const;
+
   std::unique_ptr<CKovUpEntryList> upEntryList;
   CKovMap<uint16_t, int> kovIdToInstNumMap;
   CKovMap<uint32_t, int> blkInstAddrMap;
