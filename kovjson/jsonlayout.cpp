@@ -1,5 +1,6 @@
 #include "kovjson/jsonlayout.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -89,4 +90,18 @@ const KovJsonBlock* CKovJsonLayout::FindBlockByKovType(uint16_t kovType) const {
     if (blk.kovType == kovType) return &blk;
   }
   return nullptr;
+}
+
+std::unordered_map<uint32_t, const KovJsonField*> CKovJsonLayout::GetFieldsByID() const {
+  std::unordered_map<uint32_t, const KovJsonField*> byID;
+  std::function<void(const std::vector<KovJsonField>&)> add =
+      [&](const std::vector<KovJsonField>& fields) {
+        for (const KovJsonField& f : fields) {
+          byID[f.id] = &f;
+          add(f.entry);
+          for (const KovJsonOption& o : f.options) add(o.fields);
+        }
+      };
+  for (const KovJsonBlock& blk : blocks) add(blk.fields);
+  return byID;
 }

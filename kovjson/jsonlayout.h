@@ -28,6 +28,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "kov/kov.h"
@@ -176,6 +177,8 @@ class CKovJsonLayout {
   const KovJsonBlock* FindBlock(const std::string& name) const;
   // The block with that KOV type; null when there is none.
   const KovJsonBlock* FindBlockByKovType(uint16_t kovType) const;
+  // Every field of every block at any depth (list entries, union options), by field id.
+  std::unordered_map<uint32_t, const KovJsonField*> GetFieldsByID() const;
   // The maximum image size the file states, in bytes.
   uint32_t GetMaxImageSize() const { return maxImageSize; }
   size_t GetNumPartitions() const { return numPartitions; }

@@ -78,17 +78,8 @@ uint64_t entryExtent(const std::vector<KovJsonField>& fields, uint64_t firstBit)
 
 class Linter {
  public:
-  explicit Linter(const CKovJsonLayout& layout) : layout(layout) {
-    std::function<void(const std::vector<KovJsonField>&)> add =
-        [&](const std::vector<KovJsonField>& fields) {
-          for (const KovJsonField& f : fields) {
-            byID[f.id] = &f;
-            add(f.entry);
-            for (const KovJsonOption& o : f.options) add(o.fields);
-          }
-        };
-    for (const KovJsonBlock& blk : layout.GetBlocks()) add(blk.fields);
-  }
+  explicit Linter(const CKovJsonLayout& layout)
+      : layout(layout), byID(layout.GetFieldsByID()) {}
 
   std::vector<KovJsonLintFinding> Run() {
     for (const KovJsonBlock& blk : layout.GetBlocks()) {

@@ -16,17 +16,8 @@ std::string quoted(const std::string& name) { return "'" + name + "'"; }
 
 class TreeWriter {
  public:
-  explicit TreeWriter(const CKovJsonLayout& layout) : layout(layout) {
-    std::function<void(const std::vector<KovJsonField>&)> add =
-        [&](const std::vector<KovJsonField>& fields) {
-          for (const KovJsonField& f : fields) {
-            byID[f.id] = &f;
-            add(f.entry);
-            for (const KovJsonOption& o : f.options) add(o.fields);
-          }
-        };
-    for (const KovJsonBlock& blk : layout.GetBlocks()) add(blk.fields);
-  }
+  explicit TreeWriter(const CKovJsonLayout& layout)
+      : layout(layout), byID(layout.GetFieldsByID()) {}
 
   std::string Write() {
     text = kovFormat("Layout: %zu partition%s, %zu block%s, images up to %u bytes\n",
