@@ -264,6 +264,16 @@ class Layout {
   py::object Unpack(const py::buffer& data, bool prefixes, bool lenient) const {
     std::vector<uint8_t> bytes = bytesOf(data);
     Json values;
+    runOnImage(
+        [&] { values = kovJsonUnpackFile(*layout, bytes, prefixes, "<image>", "", !lenient); });
+    return KovPyToPy().Convert(values);
+  }
+
+  // Runs work on an image without the GIL, its message boxes captured: a refusal of the image
+  // (KovJsonImageError) or any other failure is raised as the module's error, the messages are
+  // given to Python as warnings.
+  template <typename Work>
+  void runOnImage(Work work) const {
     Failure fail, refused;
     std::vector<std::string> warnings;
     {
@@ -271,7 +281,7 @@ class Layout {
       MessageCapture capture;
       fail = guarded(FailKind::Image, [&] {
         try {
-          values = kovJsonUnpackFile(*layout, bytes, prefixes, "<image>", "", !lenient);
+          work();
         } catch (const KovJsonImageError& e) {
           refused = imageFailure(e);
         }
@@ -281,38 +291,22 @@ class Layout {
     }
     if (fail) raise(fail);
     warnAll(warnings);
-    return KovPyToPy().Convert(values);
   }
 
   // Every value of an image with its place, from the field walk of a lenient unpack.
   py::list Dump(const py::buffer& data, bool prefixes) const {
     std::vector<uint8_t> bytes = bytesOf(data);
     KovJsonFieldWalk walk;
-    Failure fail, refused;
-    std::vector<std::string> warnings;
-    {
-      py::gil_scoped_release nogil;
-      MessageCapture capture;
-      fail = guarded(FailKind::Image, [&] {
-        try {
-          // Refuses what the library refuses, in the layout's words.
-          kovJsonUnpackFile(*layout, bytes, prefixes, "<image>", "", false);
-        } catch (const KovJsonImageError& e) {
-          refused = imageFailure(e);
-          return;
-        }
-        KovJsonWalk hdrWalk = kovJsonWalkImage(bytes, prefixes);
-        CKovUp up(layout->GetCpLayout(), prefixes ? kovJsonWithoutPrefixes(bytes, hdrWalk) : bytes,
-                  "");
-        up.FullUnpack();
-        walk = prefixes ? kovJsonWalkFieldsWithPrefixes(*layout, up, hdrWalk)
-                        : kovJsonWalkFields(*layout, up);
-      });
-      if (!fail) fail = refused;
-      warnings = std::move(capture.texts);
-    }
-    if (fail) raise(fail);
-    warnAll(warnings);
+    runOnImage([&] {
+      // Refuses what the library refuses, in the layout's words.
+      kovJsonUnpackFile(*layout, bytes, prefixes, "<image>", "", false);
+      KovJsonWalk hdrWalk = kovJsonWalkImage(bytes, prefixes);
+      CKovUp up(layout->GetCpLayout(), prefixes ? kovJsonWithoutPrefixes(bytes, hdrWalk) : bytes,
+                "");
+      up.FullUnpack();
+      walk = prefixes ? kovJsonWalkFieldsWithPrefixes(*layout, up, hdrWalk)
+                      : kovJsonWalkFields(*layout, up);
+    });
     KovPyToPy toPy;
     py::list out;
     for (int i : kovJsonValuesInImageOrder(walk)) {
