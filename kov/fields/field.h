@@ -24,6 +24,7 @@
 #include <string>
 
 #include "kov/layout/fieldlayout.h"
+#include "kov/platform/arena.h"
 #include "kov/platform/kovmap.h"
 
 class CKovCpLayout;
@@ -57,6 +58,9 @@ class CKovField {
   CKovField(const CKovField&) = default;
   CKovField& operator=(const CKovField&) = default;
   virtual ~CKovField() = default;
+  // Made in the arena of an unpack's scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
 
   virtual int IsString() const { return 0; }
   virtual int IsChar() const { return 0; }

@@ -278,6 +278,8 @@ void CKovListField::GetCalculatedLeq(const CKovUp* up, const CKovListFieldLayout
                   fieldID, blkLayout->GetBlkName().c_str()),
         0);
   }
+  // The application's function runs outside the unpack's arena: what it makes is its own.
+  KovArenaPause pause;
   listEntryQty = calc(up, blkLayout, fieldID, instance);
 }
 

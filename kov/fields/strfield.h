@@ -18,6 +18,7 @@
 #include <string>
 
 #include "kov/fields/field.h"
+#include "kov/platform/arena.h"
 
 class CKovStrField : public CKovField {
  public:
@@ -53,7 +54,9 @@ class CKovStrField : public CKovField {
 
   uint32_t charType;  // a CKovCharFieldLayout::CharType value
   uint32_t maxNumOfChars = 0;
-  std::string text;   // every slot read, NULs included; GetValue stops at the first NUL
+  // Every slot read, NULs included; GetValue stops at the first NUL. The text of a field made by
+  // an unpack lives in the unpack's arena, as the field does (see kov/platform/arena.h).
+  std::basic_string<char, std::char_traits<char>, KovArenaAllocator<char>> text;
 };
 
 #endif  // KOV_FIELDS_STRFIELD_H

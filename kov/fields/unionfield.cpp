@@ -163,6 +163,8 @@ bool CKovUnionField::GetUnionLayoutID(const CKovUp* up, const CKovBlkLayout* blk
           kovFormat("No user function found for selecting layout ID for union field %d", fieldID),
           0);
     }
+    // The application's function runs outside the unpack's arena: what it makes is its own.
+    KovArenaPause pause;
     layoutID = select(up, fieldID, instance, blkLayout, discrs);
   } catch (...) {
     CleanupDiscrInfo(discrs);

@@ -21,6 +21,10 @@
 // In the large form, iterators and references stay valid until their key is removed. In the
 // compact form any insertion or removal of a key may move the values, and so may the growth into
 // the large form: take no reference or iterator across them.
+//
+// A map told UseCurrentArena while an arena's scope is open (see kov/platform/arena.h) takes all
+// its memory from that arena and frees none of it: the maps of an unpack's results, which only
+// grow while the unpack runs and go with its arena.
 #ifndef KOV_PLATFORM_KOVMAP_H
 #define KOV_PLATFORM_KOVMAP_H
 
@@ -33,12 +37,24 @@
 #include <type_traits>
 #include <utility>
 
+#include "kov/platform/arena.h"
+
 // ScanLimit is the most keys that a lookup walks rather than keep an index, and the most keys a
 // compact map holds; 16 unless chosen.
 template <class K, class V, uint32_t ScanLimit = 16>
 class CKovMap;
 
 namespace kov_detail {
+
+// The memory of a map: from the arena of the open scope when the map is arena-backed and a scope
+// is open, else from the heap; arena memory is never freed one piece at a time.
+inline void* allocateFor(bool inArena, size_t size) {
+  CKovArena* arena = inArena ? kovCurrentArena() : nullptr;
+  return arena != nullptr ? arena->Allocate(size) : ::operator new(size);
+}
+inline void deallocateFor(bool inArena, void* p) noexcept {
+  if (!inArena || kovCurrentArena() == nullptr) ::operator delete(p);
+}
 
 // The large form of CKovMap: its keys in nodes that never move, linked in bucket order, with a
 // hash index once there are more than ScanLimit keys. Its behaviour is CKovMap's.
@@ -121,6 +137,11 @@ class KovBucketMap {
   using const_iterator = Iter<const KovBucketMap, const Node, const value_type&, const value_type*>;
 
   KovBucketMap() = default;
+  // An empty map whose memory comes from the arena of the open scope when inArena.
+  explicit KovBucketMap(bool inArena) : m_inArena(inArena) {
+    static_assert(alignof(Node) <= 8, "arena memory is 8-byte aligned");
+  }
+  // A copy takes its memory from the heap.
   KovBucketMap(const KovBucketMap& other) {
     try {
       copyFrom(other);
@@ -299,8 +320,10 @@ class KovBucketMap {
     if (m_index == nullptr ? count <= kScanLimit : count <= indexSize()) return;
     uint32_t bits = m_index == nullptr ? kFirstIndexBits : m_indexBits + 1;
     while ((size_t{1} << bits) < count) ++bits;
-    Node** index = new Node*[size_t{1} << bits]();
-    delete[] m_index;
+    const size_t slots = size_t{1} << bits;
+    Node** index = static_cast<Node**>(allocateFor(m_inArena, slots * sizeof(Node*)));
+    std::memset(index, 0, slots * sizeof(Node*));
+    deallocateFor(m_inArena, m_index);
     m_index = index;
     m_indexBits = bits;
     for (Node* head : m_heads) {
@@ -326,7 +349,7 @@ class KovBucketMap {
 
   // Appends an empty block of capacity nodes and takes new nodes from it.
   void addBlock(uint32_t capacity) {
-    void* memory = ::operator new (kBlockHdrSz + size_t{capacity} * sizeof(Node));
+    void* memory = allocateFor(m_inArena, kBlockHdrSz + size_t{capacity} * sizeof(Node));
     Block* block = new (memory) Block{nullptr, capacity, 0};
     if (m_block == nullptr) {
       m_firstBlock = block;
@@ -375,12 +398,12 @@ class KovBucketMap {
     for (Block* block = m_firstBlock; block != nullptr;) {
       Block* newer = block->newer;
       block->~Block();
-      ::operator delete(block);
+      deallocateFor(m_inArena, block);
       block = newer;
     }
     m_firstBlock = m_block = nullptr;
     m_free = nullptr;
-    delete[] m_index;
+    deallocateFor(m_inArena, m_index);
     m_index = nullptr;
     m_indexBits = 0;
   }
@@ -394,6 +417,7 @@ class KovBucketMap {
     m_firstBlock = std::exchange(other.m_firstBlock, nullptr);
     m_block = std::exchange(other.m_block, nullptr);
     m_free = std::exchange(other.m_free, nullptr);
+    m_inArena = other.m_inArena;
   }
 
   // Each bucket is rebuilt back to back in the order of the other map.
@@ -423,6 +447,7 @@ class KovBucketMap {
   Block* m_firstBlock = nullptr;
   Block* m_block = nullptr;  // the block new nodes come from
   Node* m_free = nullptr;
+  bool m_inArena = false;  // the memory comes from an arena (see allocateFor)
 };
 
 }  // namespace kov_detail
@@ -442,6 +467,7 @@ class CKovMap {
                                    std::is_trivially_copyable<V>::value &&
                                    std::is_default_constructible<V>::value;
   static constexpr uint32_t kFirstCapacity = 4;
+  static_assert(ScanLimit <= 0xFFFF, "a compact map's capacity is 16 bits wide");
 
   // Walks a compact map's array from its last pair down to its first, or a large map's nodes.
   template <class Slot, class LargeIter, class Ref, class Ptr>
@@ -519,7 +545,7 @@ class CKovMap {
         if (m_count < ScanLimit) return insertCompact(key)->second;
         growLarge();
       } else {
-        m_large = new Large();
+        m_large = newLarge();
       }
     }
     return (*m_large)[key];
@@ -575,14 +601,14 @@ class CKovMap {
     if (m_slots != nullptr || count == 0) return;
     if (kCompact && count <= ScanLimit) {
       m_slots = allocateSlots(static_cast<uint32_t>(count));
-      m_capacity = static_cast<uint32_t>(count);
+      m_capacity = static_cast<uint16_t>(count);
       return;
     }
-    Large* large = new Large();
+    Large* large = newLarge();
     try {
       large->Reserve(count);
     } catch (...) {
-      delete large;
+      deleteLarge(large);
       throw;
     }
     m_large = large;
@@ -603,9 +629,27 @@ class CKovMap {
   }
   const_iterator end() const { return const_iterator(); }
 
+  // Makes an empty map take its memory from the arena of the scope open on this thread, if any,
+  // for as long as it lives (see the header comment). Never throws.
+  void UseCurrentArena() {
+    static_assert(alignof(value_type) <= 8, "arena memory is 8-byte aligned");
+    if (m_slots == nullptr && m_large == nullptr) m_inArena = kovCurrentArena() != nullptr;
+  }
+
  private:
-  static value_type* allocateSlots(uint32_t capacity) {
-    return static_cast<value_type*>(::operator new(size_t{capacity} * sizeof(value_type)));
+  value_type* allocateSlots(uint32_t capacity) const {
+    return static_cast<value_type*>(
+        kov_detail::allocateFor(m_inArena, size_t{capacity} * sizeof(value_type)));
+  }
+  void freeSlots(value_type* slots) const { kov_detail::deallocateFor(m_inArena, slots); }
+  Large* newLarge() const {
+    void* memory = kov_detail::allocateFor(m_inArena, sizeof(Large));
+    return new (memory) Large(m_inArena);
+  }
+  void deleteLarge(Large* large) const {
+    if (large == nullptr) return;
+    large->~Large();
+    kov_detail::deallocateFor(m_inArena, large);
   }
 
   value_type* findCompact(K key) const {
@@ -623,7 +667,7 @@ class CKovMap {
       if (capacity > ScanLimit) capacity = ScanLimit;
       value_type* slots = allocateSlots(capacity);
       if (m_count != 0) std::memcpy(static_cast<void*>(slots), m_slots, m_count * sizeof(value_type));
-      ::operator delete(m_slots);
+      freeSlots(m_slots);
       m_slots = slots;
       m_capacity = capacity;
     }
@@ -642,24 +686,24 @@ class CKovMap {
   // Moves a full compact map into the large form. Pushing each key to the front of its bucket,
   // from the last of the iteration to the first, gives the same order.
   void growLarge() {
-    Large* large = new Large();
+    Large* large = newLarge();
     try {
       large->Reserve(size_t{m_count} * 2);
       for (uint32_t i = 0; i < m_count; ++i) (*large)[m_slots[i].first] = m_slots[i].second;
     } catch (...) {
-      delete large;
+      deleteLarge(large);
       throw;
     }
-    ::operator delete(m_slots);
+    freeSlots(m_slots);
     m_slots = nullptr;
     m_count = m_capacity = 0;
     m_large = large;
   }
 
   void release() {
-    delete m_large;
+    deleteLarge(m_large);
     m_large = nullptr;
-    ::operator delete(m_slots);
+    freeSlots(m_slots);
     m_slots = nullptr;
     m_count = m_capacity = 0;
   }
@@ -669,6 +713,7 @@ class CKovMap {
     m_count = std::exchange(other.m_count, 0);
     m_capacity = std::exchange(other.m_capacity, 0);
     m_large = std::exchange(other.m_large, nullptr);
+    m_inArena = other.m_inArena;
   }
 
   // The copy is made first, so that running out of memory leaves this map as it was.
@@ -688,7 +733,8 @@ class CKovMap {
 
   value_type* m_slots = nullptr;  // the compact form's pairs, or null
   uint32_t m_count = 0;           // of the compact form
-  uint32_t m_capacity = 0;
+  uint16_t m_capacity = 0;
+  bool m_inArena = false;    // the memory comes from an arena (see UseCurrentArena)
   Large* m_large = nullptr;  // the large form, or null
 };
 

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdio>
 
+#include "kov/platform/arena.h"
+
 namespace {
 
 void writeToStderr(const std::string& text) {
@@ -14,7 +16,11 @@ std::atomic<KovMessageBoxHandler> g_handler{writeToStderr};
 
 }  // namespace
 
-void kovMessageBox(const std::string& text) { g_handler.load()(text); }
+void kovMessageBox(const std::string& text) {
+  // The handler is the application's: what it makes is never in an unpack's arena.
+  KovArenaPause pause;
+  g_handler.load()(text);
+}
 
 KovMessageBoxHandler kovSetMessageBoxHandler(KovMessageBoxHandler handler) {
   return g_handler.exchange(handler != nullptr ? handler : writeToStderr);

@@ -6,6 +6,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "kov/platform/arena.h"
+
 namespace {
 
 struct LibraryString {
@@ -91,11 +93,17 @@ const std::string* registeredText(Strings& s, uint32_t id) {
 const std::string& kovLoadInternedString(uint32_t id) {
   Strings& s = strings();
   if (const std::string* text = registeredText(s, id)) return *text;
-  // The resolver is the application's code: it runs without the lock.
+  // The resolver is the application's code: it runs without the lock, and outside any unpack's
+  // arena.
   KovStringResolver resolver = g_resolver.load();
   if (resolver != nullptr) {
     std::string text;
-    if (resolver(id, text)) {
+    bool resolved;
+    {
+      KovArenaPause pause;
+      resolved = resolver(id, text);
+    }
+    if (resolved) {
       std::unique_lock<std::shared_mutex> write(s.lock);
       return *s.Intern(text);
     }

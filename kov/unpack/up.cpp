@@ -42,6 +42,8 @@ int CKovUp::FullUnpack() {
   if (fullUnpackCalled || image == nullptr) {
     throwUp("This unpack has been used: make a new CKovUp for another image.");
   }
+  // What the unpack makes from here on lives in its arena, the cleanup of a failure included.
+  KovArenaScope scope(&arena);
   try {
     if (cpLayout == nullptr) throwUp("No image layout found.");
     fullUnpackCalled = true;
@@ -247,15 +249,14 @@ int CKovUp::GetImageIndex(uint16_t blkID, uint32_t byteOffset, uint32_t& address
 }
 
 void CKovUp::upCleanup() {
-  for (auto& kv : upBlksMap) delete kv.second;
+  // The blocks, instances and everything below them live in the arena and go with it, without a
+  // destructor each: nothing of theirs is on the heap. The arrays of addresses and instances,
+  // the patch map, the image and the report are on the heap.
+  KovArenaScope scope(&arena);
   upBlksMap.RemoveAll();
   for (auto& kv : blockAddrMap) delete kv.second;
   blockAddrMap.RemoveAll();
-  for (auto& kv : upBlksList) {
-    if (kv.second == nullptr) continue;
-    for (CKovUpBlkInstance* instance : *kv.second) delete instance;
-    delete kv.second;
-  }
+  for (auto& kv : upBlksList) delete kv.second;
   upBlksList.RemoveAll();
   delete patchMap;
   patchMap = nullptr;
@@ -263,6 +264,7 @@ void CKovUp::upCleanup() {
   image = nullptr;
   delete xmlData;
   xmlData = nullptr;
+  arena.Release();
 }
 
 std::string CKovUp::GetImageCpStdVersion() const {

@@ -8,6 +8,12 @@
 // CKovUpStdBlk per block id gathers the entries of its instances. The object owns all it makes;
 // values read from it live as long as it does.
 //
+// Memory: everything the unpack makes for its results (the values, their CKovUpField, entries,
+// entry lists, block instances and blocks, and the arrays of their maps) comes from an arena the
+// object owns (kov/platform/arena.h), and goes with it in one piece: no destructor of a result
+// runs when the object goes. Nothing of it is handed to the application to own; the results are
+// read through const pointers and copied (kovCopyField, the copy constructors) onto the heap.
+//
 // Instance numbers count from 1 per block id in order of address. blockAddrMap holds the header
 // address of each instance, upBlksList the instances, both indexed by instance number with
 // element 0 empty (0 and null).
@@ -39,6 +45,7 @@
 #include <string>
 #include <vector>
 
+#include "kov/platform/arena.h"
 #include "kov/platform/kovmap.h"
 #include "kov/unpack/upstdblk.h"
 
@@ -108,6 +115,8 @@ class CKovUp {
   uint16_t ClaimListlet(uint16_t n, uint16_t hdrInstance) const;
   friend class CKovUpDistKLSBlkInst;
 
+  // The memory of the results; declared first, so that it goes last.
+  CKovArena arena;
   uint32_t maxPossibleSize = 0;
   bool fullUnpackCalled = false;
   CKovImage* image = nullptr;

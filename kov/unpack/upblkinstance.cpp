@@ -15,7 +15,9 @@ KOV_IMPLEMENT_RUNTIME_ROOT(CKovUpBlkInstance)
 KOV_IMPLEMENT_RUNTIME_CLASS(CKovUpNonDistBlkInst, CKovUpBlkInstance)
 
 CKovUpBlkInstance::CKovUpBlkInstance(uint16_t instance, uint16_t blkID, uint16_t kovID)
-    : blkID(blkID), blkInstanceNum(instance), kovID(kovID) {}
+    : blkID(blkID), blkInstanceNum(instance), kovID(kovID) {
+  upFieldMap.UseCurrentArena();
+}
 
 CKovUpBlkInstance::~CKovUpBlkInstance() { Cleanup(); }
 

@@ -16,6 +16,7 @@
 #include <cstdint>
 
 #include "kov/fields/field.h"
+#include "kov/platform/arena.h"
 #include "kov/platform/runtimeclass.h"
 
 class CKovBlkLayout;
@@ -30,6 +31,9 @@ class CKovUpBlkInstance {
 
  public:
   virtual ~CKovUpBlkInstance();
+  // Made in the arena of an unpack's scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   CKovUpBlkInstance(const CKovUpBlkInstance&) = delete;
   CKovUpBlkInstance& operator=(const CKovUpBlkInstance&) = delete;
 

@@ -27,6 +27,7 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
                          const CKovDataLayout* dataLayout, const CKovBlkLayout* blkLayout,
                          uint32_t lastBit, KovFieldsMap& fieldsMap, UpStatus& status)
     : dataLayout(dataLayout) {
+  UseCurrentArena();
   status = UpDone;
   uint16_t blkID = blkLayout->GetBlkID();
   // Most entries read every field of their layout: room for them all at once.

@@ -23,6 +23,7 @@
 #include <cstdint>
 
 #include "kov/fields/field.h"
+#include "kov/platform/arena.h"
 #include "kov/unpack/upfield.h"
 
 class CKovBlkLayout;
@@ -34,12 +35,17 @@ class CKovUpPatchMap;
 class CKovUpEntry : public KovUpFieldMap {
  public:
   // An entry without fields.
-  explicit CKovUpEntry(const CKovDataLayout* dataLayout) : dataLayout(dataLayout) {}
+  explicit CKovUpEntry(const CKovDataLayout* dataLayout) : dataLayout(dataLayout) {
+    UseCurrentArena();
+  }
   // Reads the entry; see the header comment.
   CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb, CKovUpPatchMap* patchMap,
               uint16_t instance, const CKovDataLayout* dataLayout, const CKovBlkLayout* blkLayout,
               uint32_t lastBit, KovFieldsMap& fieldsMap, UpStatus& status);
   virtual ~CKovUpEntry();
+  // Made in the arena of an unpack's scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   CKovUpEntry(const CKovUpEntry&) = delete;
   CKovUpEntry& operator=(const CKovUpEntry&) = delete;
 

@@ -1,16 +1,21 @@
 // CKovUpEntryList: the unpacked entries of a block (one per instance) or of a list, in order.
-// Owns its entries. Index access is O(1).
+// Owns its entries. Index access is O(1). A list made while an unpack runs keeps its array in
+// that unpack's arena (see kov/platform/arena.h).
 #ifndef KOV_UNPACK_UPENTRYLIST_H
 #define KOV_UNPACK_UPENTRYLIST_H
 
 #include <vector>
 
+#include "kov/platform/arena.h"
 #include "kov/unpack/upentry.h"
 
 class CKovUpEntryList {
  public:
   CKovUpEntryList() = default;
   virtual ~CKovUpEntryList();
+  // Made in the arena of an unpack's scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   CKovUpEntryList(const CKovUpEntryList&) = delete;
   CKovUpEntryList& operator=(const CKovUpEntryList&) = delete;
 
@@ -25,11 +30,12 @@ class CKovUpEntryList {
   // Appends every entry of this list to target, in order, and leaves this list empty.
   void MoveAllTo(CKovUpEntryList* target);
 
-  std::vector<CKovUpEntry*>::const_iterator begin() const { return entries.begin(); }
-  std::vector<CKovUpEntry*>::const_iterator end() const { return entries.end(); }
+  using Entries = std::vector<CKovUpEntry*, KovArenaAllocator<CKovUpEntry*>>;
+  Entries::const_iterator begin() const { return entries.begin(); }
+  Entries::const_iterator end() const { return entries.end(); }
 
  private:
-  std::vector<CKovUpEntry*> entries;
+  Entries entries;
 };
 
 #endif  // KOV_UNPACK_UPENTRYLIST_H

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "kov/platform/arena.h"
 #include "kov/platform/kovmap.h"
 
 class CKovField;
@@ -15,6 +16,9 @@ class CKovUpField {
   CKovUpField(const CKovField* field, const CKovFieldLayout* fieldLayout)
       : data(field), fieldLayout(fieldLayout) {}
   virtual ~CKovUpField();
+  // Made in the arena of an unpack's scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   CKovUpField(const CKovUpField&) = delete;
   CKovUpField& operator=(const CKovUpField&) = delete;
 

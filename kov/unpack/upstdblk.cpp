@@ -9,6 +9,8 @@
 CKovUpStdBlk::CKovUpStdBlk(const CKovBlkLayout* blkLayout, KovUpBlkInstArr* instances,
                            uint16_t blkID)
     : CKovStdBlk(blkLayout) {
+  kovIdToInstNumMap.UseCurrentArena();
+  blkInstAddrMap.UseCurrentArena();
   if (blkLayout == nullptr) {
     throw new CMevGenException(
         kovFormat("No block layout for block %d. Can not unpack.\n", blkID), 0);

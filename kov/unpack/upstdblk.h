@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "kov/pack/stdblk.h"
+#include "kov/platform/arena.h"
 #include "kov/platform/kovmap.h"
 #include "kov/unpack/upentrylist.h"
 
@@ -26,6 +27,9 @@ class CKovUpStdBlk : public CKovStdBlk {
   // blkID names the block in the failure text when blkLayout is null.
   CKovUpStdBlk(const CKovBlkLayout* blkLayout, KovUpBlkInstArr* instances, uint16_t blkID = 0);
   ~CKovUpStdBlk() override = default;
+  // Made in the arena of an unpack's scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   CKovUpStdBlk(const CKovUpStdBlk&) = delete;
   CKovUpStdBlk& operator=(const CKovUpStdBlk&) = delete;
 

@@ -1,0 +1,76 @@
+#include "kov/platform/arena.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr size_t kFirstChunkSz = 4 * 1024;
+constexpr size_t kLargestChunkSz = 256 * 1024;
+
+// The scope of each thread. Every allocation of an unpack reads it, so it sits in the static
+// thread-local block, one load away, rather than behind a call that finds the library's block.
+__attribute__((tls_model("initial-exec"))) thread_local CKovArena* t_arena = nullptr;
+
+}  // namespace
+
+void* CKovArena::AllocateSlow(size_t size) {
+  const size_t hdrSz = (sizeof(Chunk) + kAlign - 1) & ~(kAlign - 1);
+  // Chunks grow with what was handed out, so a small unpack holds little and a large one takes
+  // few chunks; a request too large for a quarter of a chunk gets one of its own, and the chunk
+  // being filled stays current.
+  const size_t grown = std::min(std::max(m_held, kFirstChunkSz), kLargestChunkSz);
+  const bool alone = size > grown / 4;
+  if (size > std::numeric_limits<size_t>::max() - hdrSz) throw std::bad_alloc();
+  const size_t chunkSz = alone ? hdrSz + size : grown;
+  Chunk* chunk = static_cast<Chunk*>(::operator new(chunkSz));
+  chunk->size = chunkSz;
+  m_held += chunkSz;
+  char* data = reinterpret_cast<char*>(chunk) + hdrSz;
+  if (alone && m_chunks != nullptr) {
+    // Behind the current chunk in the list: the current one keeps its place at the head.
+    chunk->prev = m_chunks->prev;
+    m_chunks->prev = chunk;
+    m_used += size;
+    return data;
+  }
+  chunk->prev = m_chunks;
+  m_chunks = chunk;
+  m_used += static_cast<size_t>(m_next - m_chunkData);
+  m_chunkData = data;
+  m_next = data + size;
+  m_end = reinterpret_cast<char*>(chunk) + chunkSz;
+  return data;
+}
+
+void CKovArena::Release() noexcept {
+  // Each step frees one chunk: the walk ends with the list.
+  while (m_chunks != nullptr) {
+    Chunk* prev = m_chunks->prev;
+    // What was deleted inside the arena was marked freed for the sanitizer: give it back whole.
+    kovArenaUnpoison(m_chunks, m_chunks->size);
+    ::operator delete(m_chunks);
+    m_chunks = prev;
+  }
+  m_chunkData = m_next = m_end = nullptr;
+  m_used = 0;
+  m_held = 0;
+}
+
+CKovArena* kovCurrentArena() noexcept { return t_arena; }
+
+void* kovArenaNew(size_t size) {
+  CKovArena* arena = t_arena;
+  return arena != nullptr ? arena->Allocate(size) : ::operator new(size);
+}
+
+void kovArenaDelete(void* p, size_t size) noexcept {
+  if (t_arena == nullptr) {
+    ::operator delete(p);
+  } else {
+    kovArenaPoison(p, size);
+  }
+}
+
+KovArenaScope::KovArenaScope(CKovArena* arena) noexcept : m_previous(t_arena) { t_arena = arena; }
+
+KovArenaScope::~KovArenaScope() { t_arena = m_previous; }
