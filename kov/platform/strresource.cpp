@@ -88,11 +88,38 @@ const std::string* registeredText(Strings& s, uint32_t id) {
   return text;
 }
 
+// The registered texts a thread looked up last, one slot for each value of an id's low bits, good
+// while the generation is the one they were found in. An unpack names every field it makes, from a
+// handful of ids: this answers those without the cache's hash table or the shared texts.
+constexpr size_t kRecentSlots = 16;
+struct RecentTexts {
+  uint64_t generation;  // 0: none yet (the generation starts at 1)
+  uint32_t ids[kRecentSlots];
+  const std::string* texts[kRecentSlots];  // null: the slot is empty
+};
+thread_local RecentTexts t_recent;
+
 }  // namespace
 
 const std::string& kovLoadInternedString(uint32_t id) {
+  RecentTexts& recent = t_recent;
+  const uint64_t generation = g_generation.load(std::memory_order_acquire);
+  const size_t slot = id & (kRecentSlots - 1);
+  if (recent.generation == generation && recent.ids[slot] == id && recent.texts[slot] != nullptr) {
+    return *recent.texts[slot];
+  }
   Strings& s = strings();
-  if (const std::string* text = registeredText(s, id)) return *text;
+  if (const std::string* text = registeredText(s, id)) {
+    // A text found after a later registration is kept under the earlier generation, which the
+    // next look-up finds stale.
+    if (recent.generation != generation) {
+      recent = RecentTexts{};
+      recent.generation = generation;
+    }
+    recent.ids[slot] = id;
+    recent.texts[slot] = text;
+    return *text;
+  }
   // The resolver is the application's code: it runs without the lock, and outside any unpack's
   // arena.
   KovStringResolver resolver = g_resolver.load();
