@@ -1,5 +1,5 @@
 // One W1 operation, for profilers: `kov_w1_probe pack|unpack|copy B` builds what the operation
-// needs, then runs it once inside w1ProbePack or w1ProbeUnpack, so that a profiler can collect
+// needs (`pack-whole` and `unpack-whole` build, run and free it all inside the call), then runs it once inside w1ProbePack or w1ProbeUnpack, so that a profiler can collect
 // just that call (valgrind --tool=callgrind --toggle-collect='w1ProbePack*').
 #include <cstdio>
 #include <cstdlib>
@@ -27,6 +27,20 @@ __attribute__((noinline)) void w1ProbeUnpack(const CKovCpLayout* layout,
   up = std::make_unique<CKovUp>(layout, image, "");
   up->FullUnpack();
   if (copy) w1::copyOut(*up, banks);
+}
+
+// What a user pays, as the whole-cost benchmarks time it: the pack tree built, packed and freed;
+// the CKovUp made, unpacked and freed.
+__attribute__((noinline)) void w1ProbePackWhole(const CKovCpLayout* layout,
+                                                const std::vector<w1::Bank>& banks,
+                                                std::vector<uint8_t>& image) {
+  auto tree = w1::makePackTree(layout, banks);
+  image = w1::kovPack(layout, *tree);
+}
+__attribute__((noinline)) void w1ProbeUnpackWhole(const CKovCpLayout* layout,
+                                                  const std::vector<uint8_t>& image) {
+  CKovUp up(layout, image, "");
+  up.FullUnpack();
 }
 
 // The deferred workload of workloads.h, pack or unpack, with `instances` instances a block.
@@ -74,6 +88,15 @@ int runW1(const std::string& mode, uint32_t b) {
       std::fprintf(stderr, "kov_w1_probe: the pack differs from the W1 image\n");
       return 1;
     }
+  } else if (mode == "pack-whole") {
+    std::vector<uint8_t> packed;
+    w1ProbePackWhole(layout.get(), banks, packed);
+    if (packed != image) {
+      std::fprintf(stderr, "kov_w1_probe: the pack differs from the W1 image\n");
+      return 1;
+    }
+  } else if (mode == "unpack-whole") {
+    w1ProbeUnpackWhole(layout.get(), image);
   } else if (mode == "unpack" || mode == "copy") {
     std::vector<w1::Bank> read;
     std::unique_ptr<CKovUp> up;
@@ -92,7 +115,9 @@ int runW1(const std::string& mode, uint32_t b) {
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fprintf(stderr, "usage: kov_w1_probe pack|unpack|copy|deferred-pack|deferred-unpack B\n");
+    std::fprintf(stderr,
+                 "usage: kov_w1_probe pack|pack-whole|unpack|unpack-whole|copy|deferred-pack|"
+                 "deferred-unpack B\n");
     return 2;
   }
   std::string mode = argv[1];

@@ -19,6 +19,17 @@ CKovField* kovUnpackPrimitiveField(const CKovUp* up, uint16_t blkID, uint32_t st
                                    const KovFieldsMap& fieldsMap, uint32_t lastBit,
                                    uint32_t fieldID, UpStatus& status) {
   status = UpDone;
+  // Nearly every layout is of one of these classes itself, which one compare tells; a class
+  // derived from one of them takes the walks below.
+  const KovRuntimeClass* rc = fieldLayout->GetRuntimeClass();
+  if (rc == KOV_RUNTIME_CLASS(CKovNumFieldLayout)) {
+    return new CKovNumField(up, startByte, startMsb, fieldsMap, fieldLayout, fieldID, blkID,
+                            lastBit, status);
+  }
+  if (rc == KOV_RUNTIME_CLASS(CKovStrFieldLayout)) {
+    return new CKovStrField(up, startByte, startMsb, fieldsMap, fieldLayout, fieldID, blkID,
+                            lastBit, status);
+  }
   if (fieldLayout->IsKindOf(KOV_RUNTIME_CLASS(CKovNameFieldLayout))) {
     return new CKovNameField(up, startByte, startMsb, fieldsMap, fieldLayout, fieldID, blkID,
                              lastBit, status);
