@@ -419,3 +419,78 @@ TEST(KlsUnpack, MemoryStaysWithinAMultipleOfTheImage) {
 }
 
 }  // namespace
+
+namespace {
+
+// Bytes an unpack of image allocates, all told; the outcome's text in text ("" when it read).
+long long unpackAllocates(const CKovCpLayout* layout, const Bytes& image, std::string& text) {
+  long long before = kovTestBytesAllocated();
+  {
+    CKovUp up(layout, image, "");
+    try {
+      up.FullUnpack();
+      text.clear();
+    } catch (CMevGenException* e) {
+      text = e->GetMessage();
+      delete e;
+    }
+  }
+  return kovTestBytesAllocated() - before;
+}
+
+Bytes withWord(Bytes image, size_t at, uint16_t value) {
+  image[at] = static_cast<uint8_t>(value >> 8);
+  image[at + 1] = static_cast<uint8_t>(value);
+  kovGenRecomputeChecksums(image);
+  return image;
+}
+
+TEST(KlsUnpack, QuantitiesThatClaimMoreThanTheImageHoldsStayWithinTheBound) {
+  // A 16-bit quantity or instance number of the format example set to 65535 (checksums made
+  // good again) is refused with its text or read, and the unpack allocates at most 64 bytes per
+  // byte of the image and 64 KiB besides: never by the count claimed (65535 entries of a
+  // pointer each would be 512 KiB). Then every word of the image, set to three values, for the
+  // bound alone.
+  FormatExample ex;
+  const long long bound = 64LL * static_cast<long long>(kFormatExample.size()) + (64 << 10);
+  std::string text;
+  struct Case {
+    const char* what;
+    size_t at;  // of a big-endian 16-bit word of kFormatExample
+    const char* text;
+  } cases[] = {
+      {"C's LEQ", 0x2E,
+       "List 30 in block C [1] holds 65535 entries of 16 bits, which run past the end of the "
+       "image."},
+      {"C's max LEQ", 0x2A, ""},
+      {"D's max listlet LEQ", 0x42, ""},
+      {"D's LED size", 0x3E,
+       "Attempting to unpack Distributed KLS block E [1] but\nencountered invalid data."},
+      {"listlet 0's LEQ", 0x54,
+       "List 50 in block E [1] holds 65535 entries of 8 bits, which run past the end of the "
+       "image."},
+      {"listlet 1's LEQ", 0x64,
+       "List 50 in block E [1] holds 65535 entries of 8 bits, which run past the end of the "
+       "image."},
+      {"B's second instance number", 0x19, ""},
+      {"listlet 1's instance number", 0x5C,
+       "Unable to determine instance # of Distributed KLS item\nE in the image."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    long long used = unpackAllocates(ex.Layout(), withWord(kFormatExample, c.at, 0xFFFF), text);
+    EXPECT_EQ(text, c.text);
+    EXPECT_LE(used, bound);
+  }
+  long long most = 0;
+  for (size_t at = 0; at + 1 < kFormatExample.size(); ++at) {
+    for (uint16_t value : {0xFFFF, 0x8000, 0x0100}) {
+      long long used = unpackAllocates(ex.Layout(), withWord(kFormatExample, at, value), text);
+      EXPECT_LE(used, bound) << "word at " << at << " set to " << value << ": " << text;
+      most = std::max(most, used);
+    }
+  }
+  std::printf("image %zu bytes: at most %lld bytes allocated\n", kFormatExample.size(), most);
+}
+
+}  // namespace
