@@ -181,6 +181,15 @@ TEST(FillImage, RefusesDataSizesThatWouldCorruptTheImage) {
   CKovPk pk2(&fewer.map, 0);
   EXPECT_KOV_THROW(pk2.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
                    "Block Padded has 2 instances but 1 data sizes.");
+
+  // The size field holds the data size + 2 in 16 bits: 65534 bytes of data can't be told.
+  CKovBlkLayout* plain = b.Block(2, "Plain", 0x22, 1, 0, 0, 4);
+  LayoutBuilder::Num(plain, 1, 0, 0, 7, 8, 0);
+  PackData huge;
+  huge.Add(plain, {entryOf({new CKovNumField(1, 1, 8)})}, {65534});
+  CKovPk pk3(&huge.map, 0);
+  EXPECT_KOV_THROW(pk3.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "Block Plain [1] has 65534 bytes of data; an instance holds at most 65533.");
 }
 
 TEST(FillImage, ValueTooWideAndUnknownFieldName) {
