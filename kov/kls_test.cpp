@@ -298,6 +298,24 @@ TEST(KlsPack, DistributedBlockWithoutAHeaderOrRoomForEntriesIsRefused) {
   }
 }
 
+TEST(KlsUnpack, HeaderTooShortForItsLinkIsRefused) {
+  // D's data (bytes 0x3C to 0x47 of the example, its link the last 4) cut by 1, 4 and all 12
+  // bytes, the size and checksum made good: no link field is read, and no chain can start.
+  FormatExample ex;
+  for (uint8_t cut : {1, 4, 12}) {
+    SCOPED_TRACE(static_cast<int>(cut));
+    Bytes image = slice(kFormatExample, 0, 0x48 - cut);
+    image[0x3B] = static_cast<uint8_t>(image[0x3B] - cut);
+    Bytes rest = slice(kFormatExample, 0x48, kFormatExample.size());
+    image.insert(image.end(), rest.begin(), rest.end());
+    kovGenRecomputeChecksums(image);
+    CKovUp up(ex.Layout(), image, "");
+    EXPECT_KOV_THROW(up.FullUnpack(),
+                     "Attempting to unpack distributed block E but link\nfield not found in "
+                     "unpacked header block.");
+  }
+}
+
 TEST(KlsUnpack, FormatExampleJoinsTheListletsOfE) {
   FormatExample ex;
   CKovUp up(ex.Layout(), kFormatExample, "");

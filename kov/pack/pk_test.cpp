@@ -385,6 +385,42 @@ TEST(PkPatchMap, PatchForMissingInstanceThrows) {
   EXPECT_EQ(used, 0u);
 }
 
+// Opens the steps of the patch stage.
+class PatchSteps : public CKovPkPatchMap {
+ public:
+  using CKovPkPatchMap::GetParentDataStartPosInImage;
+  using CKovPkPatchMap::GetPatchAddrForFloatingField;
+  using CKovPkPatchMap::PatchBlk;
+};
+
+TEST(PkPatchMap, StepsRefuseWhatTheirLayoutOrFieldsLack) {
+  // Block 9 is not in the layout; field 12 of M lies in the entry of list 40, which the fields
+  // map does not hold; floating field 2 follows field 77, which M lacks.
+  LayoutBuilder b;
+  CKovBlkLayout* m = b.Block(1, "M", 0x0031, 1, 0, 0, 4);
+  auto entry = std::make_unique<CKovDataLayout>(ListEntryLayout, 0, 7, 40, false);
+  CKovNumFieldLayout inEntry(12, 0, 8, 7, true, 0, entry.get());
+  m->AddField(40, 0, listLayout(40, m), 0);
+  LayoutBuilder::Num(m, 2, 77, 0, 0, 8, 1, false, 0);
+  PatchSteps steps;
+  KovFieldsMap fields;
+  KovIDVectorMap vectors;
+  CKovMap<uint32_t, bool> patched;
+  uint32_t byte = 0;
+  uint8_t msb = 0;
+  EXPECT_KOV_THROW(steps.PatchBlk(nullptr, {}, b.cp.get(), nullptr, nullptr, vectors, nullptr,
+                                  patched, 9),
+                   "Attempting to patch block with absolute ID 9 but no layout found for that "
+                   "block");
+  EXPECT_KOV_THROW(steps.GetParentDataStartPosInImage(&inEntry, 0, &fields),
+                   "Attempting to patch field 12 in parent complex field 40 but unable to locate "
+                   "parent field in image.");
+  EXPECT_KOV_THROW(
+      steps.GetPatchAddrForFloatingField(m->GetFieldLayout(2), &fields, 0, byte, msb),
+      "Field layout for field 77 not found. Unable to determine byteOffset/startBit for floating "
+      "field 2");
+}
+
 TEST(StrField, Char8BitAndChar4BitStringsPackTheirCharactersOnly) {
   LayoutBuilder b;
   CKovBlkLayout* blk = b.Block(1, "Names", 0x0041, 1, 0, 0, 6);
