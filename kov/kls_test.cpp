@@ -232,52 +232,66 @@ TEST(KlsPack, RefusesDataItCannotWriteWithTheBlockAndInstance) {
   // bytes from 74: header 6, configuration 6, one entry, checksum 2.
   struct Case {
     const char* what;
-    bool header;   // D's data given by the application
+    bool header;  // D's data given by the application
+    uint16_t distID;  // the block D heads
     uint16_t maxLLEQ;
     uint32_t imageSize;
     std::function<CKovPkEntry*()> entry;  // of E
     const char* text;
   } cases[] = {
-      {"header without its distributed data", true, 2, 512, nullptr,
+      {"header without its distributed data", true, 5, 2, 512, nullptr,
        "Attempting to pack header block D, instance 1\nbut no corresponding Distributed KLS "
        "block found."},
-      {"maximum listlet LEQ 0 without a function to give it", false, 0, 512,
+      {"maximum listlet LEQ 0 without a function to give it", false, 5, 0, 512,
        [] { return listEntry(listValue(50, 5, {1}, 8)); },
        "No user-defined max LLEQ calculation function found\nfor KLS block E"},
-      {"entry without its list", false, 2, 512,
+      {"entry without its list", false, 5, 2, 512,
        [] { return entryOf({new CKovNumField(1, 51, 8)}); },
        "Block E [1]: a KOV List Structure entry must hold its list as its one field."},
-      {"list the layout lacks", false, 2, 512, [] { return listEntry(listValue(90, 5, {}, 8)); },
+      {"list the layout lacks", false, 5, 2, 512,
+       [] { return listEntry(listValue(90, 5, {}, 8)); },
        "Block D: no list layout for list field 90."},
-      {"generated header past the image", false, 2, 60,
+      {"generated header past the image", false, 5, 2, 60,
        [] { return listEntry(listValue(50, 5, {1}, 8)); },
        "Block D [1] is too large to fit in the image.\nImage size: 60, blk Start: 54, blk Size "
        "20.\n"},
-      {"listlet past the image", false, 2, 80, [] { return listEntry(listValue(50, 5, {1}, 8)); },
+      {"listlet past the image", false, 5, 2, 80,
+       [] { return listEntry(listValue(50, 5, {1}, 8)); },
        "Block E [1] is too large to fit in the image.\nImage size: 80, blk Start: 74, blk Size "
        "15.\n"},
+      {"header of a block that is not distributed", true, 3, 2, 512, nullptr,
+       "Header block D belongs to no distributed KOV List Structure."},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     FormatExample ex(c.header, c.maxLLEQ);
+    ex.hdr->SetDistKLSBlkID(c.distID);
     if (c.entry) ex.ab.data.Add(ex.dist, {c.entry()}, {0});
     EXPECT_KOV_THROW(packImage(ex.Layout(), ex.ab.data, 0, c.imageSize), c.text);
   }
 }
 
 TEST(KlsPack, DistributedBlockWithoutAHeaderOrRoomForEntriesIsRefused) {
-  // E's header is block 4 (D) or 9, which the layout lacks; its maximum listlet LEQ comes from a
-  // function that answers 0.
+  // E's header is block 4 (D), 9, which the layout lacks, the ordinary block 1, without pack
+  // data or with, or the distributed block 6, which has no KLS type field; its maximum listlet
+  // LEQ comes from a function that answers 0.
   struct Case {
     uint16_t hdrID;
+    bool hdrData;
     const char* text;
   } cases[] = {
-      {9, "Distributed KOV List Structure E has no header block in the layout."},
-      {4, "Block E [1]: a listlet may hold no entries, so the 1 entries of its list can't be "
-          "written."},
+      {9, false, "Distributed KOV List Structure E has no header block in the layout."},
+      {4, false,
+       "Block E [1]: a listlet may hold no entries, so the 1 entries of its list can't be "
+       "written."},
+      {1, false,
+       "Attempting to write KLS configuration info but block A is\nnot an KLS block nor a header "
+       "block."},
+      {1, true, "Header block 1 has no listlet link field."},
+      {6, false, "Block F has no configuration field 28521."},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.hdrID);
+    SCOPED_TRACE(testing::Message() << c.hdrID << (c.hdrData ? " with data" : ""));
     LayoutBuilder b;
     auto* hdr = new CKovBlkLayout(4, KovBlkLayoutAttrib(0x0015, 0, 0, 0), "D", 0,
                                   new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
@@ -288,11 +302,17 @@ TEST(KlsPack, DistributedBlockWithoutAHeaderOrRoomForEntriesIsRefused) {
         new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10, 1, 0, c.hdrID,
         [](uint32_t, const CKovBlkLayout*, uint16_t, int) -> uint16_t { return 0; });
     cfgList(dist, 50, 6, 5, 8);
-    for (CKovBlkLayout* blk : {hdr, static_cast<CKovBlkLayout*>(dist)}) {
+    CKovBlkLayout* a = b.Block(1, "A", 0x0011, 1, 0, 0, 2);
+    auto* other = new CKovKLSBlkLayout(
+        6, KovBlkLayoutAttrib(0x0016, 0, 0, 0), "F",
+        new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10, 1, 2, 4, nullptr);
+    for (CKovBlkLayout* blk :
+         {hdr, static_cast<CKovBlkLayout*>(dist), static_cast<CKovBlkLayout*>(other)}) {
       blk->SetPartitionNum(1);
       b.cp->AddBlkLayout(blk);
     }
     PackData data;
+    if (c.hdrData) data.Add(a, {new CKovPkEntry(0)}, {2});
     data.Add(dist, {listEntry(listValue(50, 5, {1}, 8))}, {0});
     EXPECT_KOV_THROW(packImage(b.cp.get(), data), c.text);
   }
