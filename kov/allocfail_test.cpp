@@ -5,12 +5,14 @@
 // here also counts the bytes allocated, for the tests that bound an unpack by its image.
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <new>
 #include <string>
 
 #include "examples/sample.h"
 #include "kov/kovtest.h"
 #include "kov/platform/strresource.h"
+#include "kov/report/xmldata.h"
 
 namespace {
 
@@ -110,6 +112,10 @@ TEST(AllocationFailure, UnpackOfTheSampleFailsCleanlyAtEveryAllocation) {
           up->FullUnpack();
         },
         [&](int n, Outcome) {
+          // The report is whole or not there: no part file stays behind.
+          if (report) {
+            EXPECT_FALSE(std::ifstream(path + kovXmlPartSuffix).is_open()) << "allocation " << n;
+          }
           // A failed FullUnpack leaves the object spent; a failed constructor leaves none.
           if (up) {
             EXPECT_EQ(up->GetImage(), nullptr) << "allocation " << n;

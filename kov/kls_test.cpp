@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -226,6 +227,115 @@ TEST(KlsPack, HeaderDataWithOtherInstanceCountIsRefused) {
                    "Distributed KOV List Structure E.");
 }
 
+TEST(KlsPack, RefusesDataItCannotWriteWithTheBlockAndInstance) {
+  // A, B and C take bytes 0 to 53, D (generated) 54 to 73; E's first listlet would take 15
+  // bytes from 74: header 6, configuration 6, one entry, checksum 2.
+  struct Case {
+    const char* what;
+    bool header;  // D's data given by the application
+    uint16_t distID;  // the block D heads
+    uint16_t maxLLEQ;
+    uint32_t imageSize;
+    std::function<CKovPkEntry*()> entry;  // of E
+    const char* text;
+  } cases[] = {
+      {"header without its distributed data", true, 5, 2, 512, nullptr,
+       "Attempting to pack header block D, instance 1\nbut no corresponding Distributed KLS "
+       "block found."},
+      {"maximum listlet LEQ 0 without a function to give it", false, 5, 0, 512,
+       [] { return listEntry(listValue(50, 5, {1}, 8)); },
+       "No user-defined max LLEQ calculation function found\nfor KLS block E"},
+      {"entry without its list", false, 5, 2, 512,
+       [] { return entryOf({new CKovNumField(1, 51, 8)}); },
+       "Block E [1]: a KOV List Structure entry must hold its list as its one field."},
+      {"list the layout lacks", false, 5, 2, 512,
+       [] { return listEntry(listValue(90, 5, {}, 8)); },
+       "Block D: no list layout for list field 90."},
+      {"generated header past the image", false, 5, 2, 60,
+       [] { return listEntry(listValue(50, 5, {1}, 8)); },
+       "Block D [1] is too large to fit in the image.\nImage size: 60, blk Start: 54, blk Size "
+       "20.\n"},
+      {"listlet past the image", false, 5, 2, 80,
+       [] { return listEntry(listValue(50, 5, {1}, 8)); },
+       "Block E [1] is too large to fit in the image.\nImage size: 80, blk Start: 74, blk Size "
+       "15.\n"},
+      {"header of a block that is not distributed", true, 3, 2, 512, nullptr,
+       "Header block D belongs to no distributed KOV List Structure."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    FormatExample ex(c.header, c.maxLLEQ);
+    ex.hdr->SetDistKLSBlkID(c.distID);
+    if (c.entry) ex.ab.data.Add(ex.dist, {c.entry()}, {0});
+    EXPECT_KOV_THROW(packImage(ex.Layout(), ex.ab.data, 0, c.imageSize), c.text);
+  }
+}
+
+TEST(KlsPack, DistributedBlockWithoutAHeaderOrRoomForEntriesIsRefused) {
+  // E's header is block 4 (D), 9, which the layout lacks, the ordinary block 1, without pack
+  // data or with, or the distributed block 6, which has no KLS type field; its maximum listlet
+  // LEQ comes from a function that answers 0.
+  struct Case {
+    uint16_t hdrID;
+    bool hdrData;
+    const char* text;
+  } cases[] = {
+      {9, false, "Distributed KOV List Structure E has no header block in the layout."},
+      {4, false,
+       "Block E [1]: a listlet may hold no entries, so the 1 entries of its list can't be "
+       "written."},
+      {1, false,
+       "Attempting to write KLS configuration info but block A is\nnot an KLS block nor a header "
+       "block."},
+      {1, true, "Header block 1 has no listlet link field."},
+      {6, false, "Block F has no configuration field 28521."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.hdrID << (c.hdrData ? " with data" : ""));
+    LayoutBuilder b;
+    auto* hdr = new CKovBlkLayout(4, KovBlkLayoutAttrib(0x0015, 0, 0, 0), "D", 0,
+                                  new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
+                                  0, 1);
+    hdr->SetDistKLSBlkID(5);
+    auto* dist = new CKovKLSBlkLayout(
+        5, KovBlkLayoutAttrib(0x0014, 0, 0, 0), "E",
+        new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10, 1, 0, c.hdrID,
+        [](uint32_t, const CKovBlkLayout*, uint16_t, int) -> uint16_t { return 0; });
+    cfgList(dist, 50, 6, 5, 8);
+    CKovBlkLayout* a = b.Block(1, "A", 0x0011, 1, 0, 0, 2);
+    auto* other = new CKovKLSBlkLayout(
+        6, KovBlkLayoutAttrib(0x0016, 0, 0, 0), "F",
+        new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10, 1, 2, 4, nullptr);
+    for (CKovBlkLayout* blk :
+         {hdr, static_cast<CKovBlkLayout*>(dist), static_cast<CKovBlkLayout*>(other)}) {
+      blk->SetPartitionNum(1);
+      b.cp->AddBlkLayout(blk);
+    }
+    PackData data;
+    if (c.hdrData) data.Add(a, {new CKovPkEntry(0)}, {2});
+    data.Add(dist, {listEntry(listValue(50, 5, {1}, 8))}, {0});
+    EXPECT_KOV_THROW(packImage(b.cp.get(), data), c.text);
+  }
+}
+
+TEST(KlsUnpack, HeaderTooShortForItsLinkIsRefused) {
+  // D's data (bytes 0x3C to 0x47 of the example, its link the last 4) cut by 1, 4 and all 12
+  // bytes, the size and checksum made good: no link field is read, and no chain can start.
+  FormatExample ex;
+  for (uint8_t cut : {1, 4, 12}) {
+    SCOPED_TRACE(static_cast<int>(cut));
+    Bytes image = slice(kFormatExample, 0, 0x48 - cut);
+    image[0x3B] = static_cast<uint8_t>(image[0x3B] - cut);
+    Bytes rest = slice(kFormatExample, 0x48, kFormatExample.size());
+    image.insert(image.end(), rest.begin(), rest.end());
+    kovGenRecomputeChecksums(image);
+    CKovUp up(ex.Layout(), image, "");
+    EXPECT_KOV_THROW(up.FullUnpack(),
+                     "Attempting to unpack distributed block E but link\nfield not found in "
+                     "unpacked header block.");
+  }
+}
+
 TEST(KlsUnpack, FormatExampleJoinsTheListletsOfE) {
   FormatExample ex;
   CKovUp up(ex.Layout(), kFormatExample, "");
@@ -416,6 +526,81 @@ TEST(KlsUnpack, MemoryStaysWithinAMultipleOfTheImage) {
     std::printf("%d headers, image %zu bytes: %lld bytes allocated\n", headers, image.size(), used);
     EXPECT_LE(used, 64LL * static_cast<long long>(image.size()) + (1 << 20));
   }
+}
+
+}  // namespace
+
+namespace {
+
+// Bytes an unpack of image allocates, all told; the outcome's text in text ("" when it read).
+long long unpackAllocates(const CKovCpLayout* layout, const Bytes& image, std::string& text) {
+  long long before = kovTestBytesAllocated();
+  {
+    CKovUp up(layout, image, "");
+    try {
+      up.FullUnpack();
+      text.clear();
+    } catch (CMevGenException* e) {
+      text = e->GetMessage();
+      delete e;
+    }
+  }
+  return kovTestBytesAllocated() - before;
+}
+
+Bytes withWord(Bytes image, size_t at, uint16_t value) {
+  image[at] = static_cast<uint8_t>(value >> 8);
+  image[at + 1] = static_cast<uint8_t>(value);
+  kovGenRecomputeChecksums(image);
+  return image;
+}
+
+TEST(KlsUnpack, QuantitiesThatClaimMoreThanTheImageHoldsStayWithinTheBound) {
+  // A 16-bit quantity or instance number of the format example set to 65535 (checksums made
+  // good again) is refused with its text or read, and the unpack allocates at most 64 bytes per
+  // byte of the image and 64 KiB besides: never by the count claimed (65535 entries of a
+  // pointer each would be 512 KiB). Then every word of the image, set to three values, for the
+  // bound alone.
+  FormatExample ex;
+  const long long bound = 64LL * static_cast<long long>(kFormatExample.size()) + (64 << 10);
+  std::string text;
+  struct Case {
+    const char* what;
+    size_t at;  // of a big-endian 16-bit word of kFormatExample
+    const char* text;
+  } cases[] = {
+      {"C's LEQ", 0x2E,
+       "List 30 in block C [1] holds 65535 entries of 16 bits, which run past the end of the "
+       "image."},
+      {"C's max LEQ", 0x2A, ""},
+      {"D's max listlet LEQ", 0x42, ""},
+      {"D's LED size", 0x3E,
+       "Attempting to unpack Distributed KLS block E [1] but\nencountered invalid data."},
+      {"listlet 0's LEQ", 0x54,
+       "List 50 in block E [1] holds 65535 entries of 8 bits, which run past the end of the "
+       "image."},
+      {"listlet 1's LEQ", 0x64,
+       "List 50 in block E [1] holds 65535 entries of 8 bits, which run past the end of the "
+       "image."},
+      {"B's second instance number", 0x19, ""},
+      {"listlet 1's instance number", 0x5C,
+       "Unable to determine instance # of Distributed KLS item\nE in the image."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    long long used = unpackAllocates(ex.Layout(), withWord(kFormatExample, c.at, 0xFFFF), text);
+    EXPECT_EQ(text, c.text);
+    EXPECT_LE(used, bound);
+  }
+  long long most = 0;
+  for (size_t at = 0; at + 1 < kFormatExample.size(); ++at) {
+    for (uint16_t value : {0xFFFF, 0x8000, 0x0100}) {
+      long long used = unpackAllocates(ex.Layout(), withWord(kFormatExample, at, value), text);
+      EXPECT_LE(used, bound) << "word at " << at << " set to " << value << ": " << text;
+      most = std::max(most, used);
+    }
+  }
+  std::printf("image %zu bytes: at most %lld bytes allocated\n", kFormatExample.size(), most);
 }
 
 }  // namespace

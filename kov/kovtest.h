@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -30,6 +31,7 @@
 #include "kov/layout/numfieldlayout.h"
 #include "kov/layout/strfieldlayout.h"
 #include "kov/pack/pk.h"
+#include "kov/platform/fhmevfilehandler.h"
 #include "kov/platform/mevgenexception.h"
 #include "kov/platform/msgbox.h"
 #include "kov/unpack/up.h"
@@ -87,6 +89,38 @@ class MessageBoxRecorder {
   }
   static void record(const std::string& text) { texts().push_back(text); }
   KovMessageBoxHandler m_previous;
+};
+
+// While alive, write n (from 0) through CFhMevFile fails with ENOSPC, and every write after it
+// goes ahead; Failed() says whether one failed, FailedPath() on which file.
+class FailingWrite {
+ public:
+  explicit FailingWrite(int n) : m_previous(CFhMevFileHandler::SetWriteFailureHook(&hook)) {
+    left() = n;
+    failedPath().clear();
+  }
+  ~FailingWrite() { CFhMevFileHandler::SetWriteFailureHook(m_previous); }
+  FailingWrite(const FailingWrite&) = delete;
+  FailingWrite& operator=(const FailingWrite&) = delete;
+
+  bool Failed() const { return !failedPath().empty(); }
+  const std::string& FailedPath() const { return failedPath(); }
+
+ private:
+  static int& left() {
+    static int writesLeft = -1;
+    return writesLeft;
+  }
+  static std::string& failedPath() {
+    static std::string path;
+    return path;
+  }
+  static int hook(const std::string& path) {
+    if (left() < 0 || left()-- != 0) return 0;
+    failedPath() = path;
+    return ENOSPC;
+  }
+  KovFileWriteFailureHook m_previous;
 };
 
 // Expects every field of a pack entry to read back the same in an unpacked entry.

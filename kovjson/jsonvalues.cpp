@@ -83,7 +83,10 @@ class ValuesReader {
         entries->AddTail(entry.release());
       }
       data->numInstances += static_cast<uint32_t>(instances.size());
-      data->blocks.push_back(std::make_unique<CKovPkStdBlk>(blk.layout, entries.release(), sizes));
+      // new, not make_unique: the block's memory is had before the list is let go, so a failed
+      // allocation leaves the list with entries, and the constructor owns it from its start.
+      data->blocks.push_back(
+          std::unique_ptr<CKovPkStdBlk>(new CKovPkStdBlk(blk.layout, entries.release(), sizes)));
       data->pkBlks.SetAt(blk.id, data->blocks.back().get());
     }
     return data;

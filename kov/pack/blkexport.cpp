@@ -1,6 +1,7 @@
 #include "kov/pack/blkexport.h"
 
 #include <filesystem>
+#include <memory>
 #include <system_error>
 #include <vector>
 
@@ -116,10 +117,14 @@ int CKovBlkExport::WriteBlkToFile(const char* filePath, uint32_t firstByte, uint
     file->Write(image->GetBytesArray() + firstByte, count);
     CFhMevFileHandler::ReleaseFile(file, 0);
   } catch (CFhMevFileException* e) {
+    std::unique_ptr<CFhMevFileException> owned(e);
     CFhMevFileHandler::ReleaseFile(file, 1);
+    // What was written is cut short and would pass for the block: it goes. Only a plain file,
+    // never a device or what a link points at.
+    std::error_code ec;
+    if (fs::symlink_status(filePath, ec).type() == fs::file_type::regular) fs::remove(filePath, ec);
     kovMessageBox(kovFormat("Error writing to file %s.\nReason: %s", e->GetFileName().c_str(),
                             CFhMevFileHandler::GetFileExceptionCause(e).c_str()));
-    delete e;
     return 0;
   }
   return 1;

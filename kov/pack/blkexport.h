@@ -14,7 +14,8 @@
 //
 // Nothing here throws but for exhausted memory. Failures are shown in message boxes and the
 // export goes on with the next file:
-//   "Error writing to file %s.\nReason: %s" (path, the system's words), when a write fails;
+//   "Error writing to file %s.\nReason: %s" (path, the system's words), when a write fails,
+//   which also removes the file so that no block stands there cut short;
 //   "Unable to save block %d (name %s)." (block id, file name), for every file not written;
 //   a left-over file that can't be deleted stops the deleting only, silently.
 // A directory that can't be made ends the export: the system's words, then "Unable to create
@@ -55,7 +56,7 @@ class CKovBlkExport {
   static int CreateDirectoryToStoreBlks(const char* dirPath);
   // Writes image bytes firstByte to lastByte, both included, to the file filePath, made or cut to
   // length 0. 1 on success; 0 when the file can't be had, a range that is not in the image, or a
-  // failed write, which is also shown.
+  // failed write, which is also shown and removes the file if it is a plain one.
   static int WriteBlkToFile(const char* filePath, uint32_t firstByte, uint32_t lastByte,
                             const CKovImage* image);
 };

@@ -3,11 +3,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -130,6 +132,37 @@ TEST_F(BlkExport, RunsOnlyForAFileNameAndALayoutThatAsks) {
   Pack(0, ImageFile().c_str());
   Pack(1, nullptr);
   EXPECT_TRUE(fs::is_empty(root));
+}
+
+TEST_F(BlkExport, FailedWriteLosesOnlyItsOwnFile) {
+  // Write n fails, for n = 1, 2, ... until an export meets no failure: that file is reported
+  // twice and not left behind cut short, and every other file is written.
+  const std::map<std::string, int> blkIDs = {{"X_1", 1}, {"Y_1", 2}, {"B_1", 3}, {"B_2", 3}};
+  std::set<std::string> failedNames;
+  for (int n = 0;; ++n) {
+    SCOPED_TRACE(n + 1);
+    MessageBoxRecorder boxes;
+    FailingWrite failing(n);
+    Pack(1, ImageFile().c_str());
+    if (!failing.Failed()) {
+      EXPECT_EQ(Files(), kXYBFiles);
+      EXPECT_TRUE(boxes.Texts().empty());
+      std::printf("export: %d writes tried\n", n + 1);
+      break;
+    }
+    const std::string name = fs::path(failing.FailedPath()).filename().string();
+    ASSERT_EQ(blkIDs.count(name), 1u) << name;
+    failedNames.insert(name);
+    std::map<std::string, Bytes> rest = kXYBFiles;
+    rest.erase(name);
+    EXPECT_EQ(Files(), rest);
+    EXPECT_EQ(boxes.Texts(),
+              (std::vector<std::string>{"Error writing to file " + failing.FailedPath() +
+                                            ".\nReason: " + std::generic_category().message(ENOSPC),
+                                        "Unable to save block " + std::to_string(blkIDs.at(name)) +
+                                            " (name " + name + ")."}));
+  }
+  EXPECT_EQ(failedNames.size(), kXYBFiles.size());
 }
 
 TEST_F(BlkExport, SecondExportLeavesOnlyItsOwnFilesAndTheSubDirectories) {

@@ -181,6 +181,15 @@ TEST(FillImage, RefusesDataSizesThatWouldCorruptTheImage) {
   CKovPk pk2(&fewer.map, 0);
   EXPECT_KOV_THROW(pk2.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
                    "Block Padded has 2 instances but 1 data sizes.");
+
+  // The size field holds the data size + 2 in 16 bits: 65534 bytes of data can't be told.
+  CKovBlkLayout* plain = b.Block(2, "Plain", 0x22, 1, 0, 0, 4);
+  LayoutBuilder::Num(plain, 1, 0, 0, 7, 8, 0);
+  PackData huge;
+  huge.Add(plain, {entryOf({new CKovNumField(1, 1, 8)})}, {65534});
+  CKovPk pk3(&huge.map, 0);
+  EXPECT_KOV_THROW(pk3.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
+                   "Block Plain [1] has 65534 bytes of data; an instance holds at most 65533.");
 }
 
 TEST(FillImage, ValueTooWideAndUnknownFieldName) {
@@ -374,6 +383,42 @@ TEST(PkPatchMap, PatchForMissingInstanceThrows) {
                    "Attempting to patch field(s) in block X-1, but\nthat block instance number "
                    "does not exist.");
   EXPECT_EQ(used, 0u);
+}
+
+// Opens the steps of the patch stage.
+class PatchSteps : public CKovPkPatchMap {
+ public:
+  using CKovPkPatchMap::GetParentDataStartPosInImage;
+  using CKovPkPatchMap::GetPatchAddrForFloatingField;
+  using CKovPkPatchMap::PatchBlk;
+};
+
+TEST(PkPatchMap, StepsRefuseWhatTheirLayoutOrFieldsLack) {
+  // Block 9 is not in the layout; field 12 of M lies in the entry of list 40, which the fields
+  // map does not hold; floating field 2 follows field 77, which M lacks.
+  LayoutBuilder b;
+  CKovBlkLayout* m = b.Block(1, "M", 0x0031, 1, 0, 0, 4);
+  auto entry = std::make_unique<CKovDataLayout>(ListEntryLayout, 0, 7, 40, false);
+  CKovNumFieldLayout inEntry(12, 0, 8, 7, true, 0, entry.get());
+  m->AddField(40, 0, listLayout(40, m), 0);
+  LayoutBuilder::Num(m, 2, 77, 0, 0, 8, 1, false, 0);
+  PatchSteps steps;
+  KovFieldsMap fields;
+  KovIDVectorMap vectors;
+  CKovMap<uint32_t, bool> patched;
+  uint32_t byte = 0;
+  uint8_t msb = 0;
+  EXPECT_KOV_THROW(steps.PatchBlk(nullptr, {}, b.cp.get(), nullptr, nullptr, vectors, nullptr,
+                                  patched, 9),
+                   "Attempting to patch block with absolute ID 9 but no layout found for that "
+                   "block");
+  EXPECT_KOV_THROW(steps.GetParentDataStartPosInImage(&inEntry, 0, &fields),
+                   "Attempting to patch field 12 in parent complex field 40 but unable to locate "
+                   "parent field in image.");
+  EXPECT_KOV_THROW(
+      steps.GetPatchAddrForFloatingField(m->GetFieldLayout(2), &fields, 0, byte, msb),
+      "Field layout for field 77 not found. Unable to determine byteOffset/startBit for floating "
+      "field 2");
 }
 
 TEST(StrField, Char8BitAndChar4BitStringsPackTheirCharactersOnly) {

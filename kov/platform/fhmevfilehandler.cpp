@@ -1,5 +1,6 @@
 #include "kov/platform/fhmevfilehandler.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -8,6 +9,8 @@
 KOV_IMPLEMENT_RUNTIME_CLASS(CFhMevFileException, CException)
 
 namespace {
+
+std::atomic<KovFileWriteFailureHook> g_writeFailureHook{nullptr};
 
 // The stream library leaves the cause of a failed operation in errno on this platform; when it
 // has none, the operation is named instead.
@@ -47,6 +50,11 @@ void CFhMevFile::Seek(uint64_t offset) {
 }
 
 void CFhMevFile::Write(const void* buffer, uint32_t count) {
+  const KovFileWriteFailureHook hook = g_writeFailureHook.load();
+  if (hook != nullptr) {
+    const int error = hook(m_path);
+    if (error != 0) ThrowFailure("written", error);
+  }
   errno = 0;
   m_stream.write(static_cast<const char*>(buffer), static_cast<std::streamsize>(count));
   if (!m_stream.flush()) ThrowFailure("written", errno);
@@ -75,4 +83,8 @@ void CFhMevFileHandler::ReleaseFile(CFhMevFile* file, int afterFailure) {
 
 std::string CFhMevFileHandler::GetFileExceptionCause(const CFhMevFileException* e) {
   return e == nullptr ? std::string() : e->m_cause;
+}
+
+KovFileWriteFailureHook CFhMevFileHandler::SetWriteFailureHook(KovFileWriteFailureHook hook) {
+  return g_writeFailureHook.exchange(hook);
 }

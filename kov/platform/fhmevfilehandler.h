@@ -8,6 +8,10 @@
 // pointer, as every exception of the library is thrown; the catcher deletes it. The exception
 // holds the file's path and the system's words for the cause, which GetFileExceptionCause gives.
 // Writes are flushed at once, so a full disk shows at the Write that met it.
+//
+// SetWriteFailureHook lets a test fail any write on purpose: the hook sees the path of every
+// Write before it happens and answers 0 to let it go ahead, or an errno value to make it fail as
+// the system would, with that cause and nothing written. No hook is installed by default.
 #ifndef KOV_PLATFORM_FHMEVFILEHANDLER_H
 #define KOV_PLATFORM_FHMEVFILEHANDLER_H
 
@@ -58,6 +62,9 @@ class CFhMevFile {
   std::ofstream m_stream;
 };
 
+// Decides whether the write to path goes ahead (0) or fails with the errno value returned.
+using KovFileWriteFailureHook = int (*)(const std::string& path);
+
 class CFhMevFileHandler {
  public:
   // Open flags. modeWrite opens for writing, at the start of a file that must exist; with
@@ -76,6 +83,9 @@ class CFhMevFileHandler {
   static void ReleaseFile(CFhMevFile* file, int afterFailure);
   // Why the operation failed, in the system's words ("No space left on device").
   static std::string GetFileExceptionCause(const CFhMevFileException* e);
+  // Installs hook (null: none), asked before every CFhMevFile::Write; returns the one it
+  // replaces. For tests of failed writes. Never throws.
+  static KovFileWriteFailureHook SetWriteFailureHook(KovFileWriteFailureHook hook);
 };
 
 #endif  // KOV_PLATFORM_FHMEVFILEHANDLER_H

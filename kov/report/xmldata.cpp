@@ -1,15 +1,24 @@
 #include "kov/report/xmldata.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <memory>
+#include <system_error>
 
 #include "kov/fields/charfield.h"
 #include "kov/fields/namefield.h"
 #include "kov/fields/numfield.h"
 #include "kov/fields/strfield.h"
 #include "kov/layout/fieldlayout.h"
+#include "kov/platform/fhmevfilehandler.h"
 #include "kov/platform/format.h"
+#include "kov/platform/msgbox.h"
 
 namespace {
+
+// The report goes to the file in pieces of at least this many bytes: few system calls, and a
+// piece never holds more than one line beyond it.
+constexpr size_t kWriteChunkSz = 64 * 1024;
 
 const char* const kProlog[] = {
     "<?xml version=\"1.0\"?>",
@@ -63,7 +72,11 @@ bool isUtf8(const std::string& text) {
   // Each step consumes one whole sequence or fails: bounded by the length of text.
   while (i < n) {
     auto b = static_cast<unsigned char>(text[i]);
-    size_t len = b < 0x80 ? 1 : (b >> 5) == 0x6 ? 2 : (b >> 4) == 0xE ? 3 : (b >> 3) == 0x1E ? 4 : 0;
+    size_t len = b < 0x80           ? 1
+                 : (b >> 5) == 0x6  ? 2
+                 : (b >> 4) == 0xE  ? 3
+                 : (b >> 3) == 0x1E ? 4
+                                    : 0;
     if (len == 0 || len > n - i) return false;
     uint32_t c = len == 1 ? b : b & (0x7F >> len);
     for (size_t k = 1; k < len; ++k) {
@@ -138,8 +151,8 @@ void CKovXmlData::AddEndTagLine(const std::string& tag) {
 
 void CKovXmlData::StartBlkInstance(const std::string& blkName, uint16_t instance) {
   AddStartTagLine("<Block>");
-  AddLine(kovFormat("%s<BlockName> %s_%d </BlockName>", tabStr.c_str(),
-                    xmlName(blkName).c_str(), instance));
+  AddLine(kovFormat("%s<BlockName> %s_%d </BlockName>", tabStr.c_str(), xmlName(blkName).c_str(),
+                    instance));
 }
 
 void CKovXmlData::AddPrimitiveField(const CKovField* field, const CKovFieldLayout* layout) {
@@ -167,10 +180,49 @@ void CKovXmlData::AddPrimitiveField(const CKovField* field, const CKovFieldLayou
 }
 
 void CKovXmlData::CreateXmlFile(const std::string& path) {
-  std::FILE* file = std::fopen(path.c_str(), "w");
-  if (file != nullptr) {
-    for (const std::string& line : xmlLines) std::fwrite(line.data(), 1, line.size(), file);
-    std::fclose(file);
+  std::vector<std::string> lines;
+  lines.swap(xmlLines);
+  if (path.empty()) return;
+  // Whatever way this ends, short of the rename, the part file goes: closed, then removed.
+  struct PartFile {
+    std::string path;
+    CFhMevFile* file = nullptr;
+    ~PartFile() {
+      CFhMevFileHandler::ReleaseFile(file, 1);
+      if (!path.empty()) std::remove(path.c_str());
+    }
+  } part;
+  part.path = path + kovXmlPartSuffix;
+  part.file = CFhMevFileHandler::GetFile(
+      part.path.c_str(), CFhMevFileHandler::modeCreate | CFhMevFileHandler::modeWrite);
+  if (part.file == nullptr) {
+    part.path.clear();
+    return;
   }
-  xmlLines.clear();
+  std::string failure;
+  try {
+    std::string chunk;
+    chunk.reserve(kWriteChunkSz);
+    for (const std::string& line : lines) {
+      chunk += line;
+      if (chunk.size() >= kWriteChunkSz) {
+        part.file->Write(chunk.data(), static_cast<uint32_t>(chunk.size()));
+        chunk.clear();
+      }
+    }
+    if (!chunk.empty()) part.file->Write(chunk.data(), static_cast<uint32_t>(chunk.size()));
+    CFhMevFileHandler::ReleaseFile(part.file, 0);
+    part.file = nullptr;
+    errno = 0;
+    // The whole report replaces the file in one step; a report cut short never stands there.
+    if (std::rename(part.path.c_str(), path.c_str()) == 0) {
+      part.path.clear();
+      return;
+    }
+    failure = std::generic_category().message(errno);
+  } catch (CFhMevFileException* e) {
+    std::unique_ptr<CFhMevFileException> owned(e);
+    failure = CFhMevFileHandler::GetFileExceptionCause(e);
+  }
+  kovMessageBox(kovFormat("Error writing to file %s.\nReason: %s", path.c_str(), failure.c_str()));
 }

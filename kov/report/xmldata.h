@@ -22,8 +22,13 @@
 // NUL. A field or block name in UTF-8 goes through as it is; one that is not is written byte by
 // byte like a string value.
 //
-// CreateXmlFile writes every line and empties the report; a file that can't be opened is passed
-// over in silence. Nothing here throws but for exhausted memory.
+// CreateXmlFile empties the report into a file that holds all of it or is not touched: the lines
+// go to "<path>.part" beside it, which is renamed to path once every byte is written. A part
+// file that can't be opened (no such directory, no permission) is passed over in silence, as is
+// an empty path. A write, close or rename that fails removes the part file, leaves whatever stood
+// at path as it was and shows "Error writing to file %s.\nReason: %s" (path, the system's words)
+// in a message box; the unpack goes on. Nothing here throws but for exhausted memory, which
+// leaves no part file behind either.
 #ifndef KOV_REPORT_XMLDATA_H
 #define KOV_REPORT_XMLDATA_H
 
@@ -33,6 +38,9 @@
 
 class CKovField;
 class CKovFieldLayout;
+
+// Appended to the report's path for the file it is written to before it is renamed into place.
+constexpr char kovXmlPartSuffix[] = ".part";
 
 class CKovXmlData {
  public:
@@ -49,7 +57,7 @@ class CKovXmlData {
   void StartBlkInstance(const std::string& blkName, uint16_t instance);
   // The <Field> element of a number, character, KOV name or string value.
   void AddPrimitiveField(const CKovField* field, const CKovFieldLayout* layout);
-  // Writes the report to path and empties it. A path that can't be opened writes nothing.
+  // Writes the whole report to path, or nothing, and empties it. See the top of this file.
   void CreateXmlFile(const std::string& path);
 
   // The lines so far, each ending in a newline.

@@ -1,8 +1,13 @@
+#include "kov/report/xmldata.h"
+
+#include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 
+#include "examples/sample.h"
 #include "kov/fields/charfield.h"
 #include "kov/fields/namefield.h"
 #include "kov/fields/numfield.h"
@@ -14,7 +19,6 @@
 #include "kov/layout/numfieldlayout.h"
 #include "kov/layout/strfieldlayout.h"
 #include "kov/platform/strresource.h"
-#include "kov/report/xmldata.h"
 
 namespace {
 
@@ -156,15 +160,24 @@ TEST(XmlReport, EveryCharacterValueLeavesTheFileWellFormed) {
     uint16_t code;
     const char* value;
   } chars[] = {
-      {0x00, "<Char code=\"0x0\"/>"},       {0x01, "<Char code=\"0x1\"/>"},
-      {0x09, "&#x9;"},                       {0x0A, "&#xA;"},
-      {0x0D, "&#xD;"},                       {0x1F, "<Char code=\"0x1F\"/>"},
-      {0x20, " "},                           {0x26, "&amp;"},
-      {0x41, "A"},                           {0x7E, "~"},
-      {0x7F, "&#x7F;"},                      {0xE9, "&#xE9;"},
-      {0xFF, "&#xFF;"},                      {0x4E2D, "&#x4E2D;"},
-      {0xD800, "<Char code=\"0xD800\"/>"},   {0xFFFD, "&#xFFFD;"},
-      {0xFFFE, "<Char code=\"0xFFFE\"/>"},   {0xFFFF, "<Char code=\"0xFFFF\"/>"},
+      {0x00, "<Char code=\"0x0\"/>"},
+      {0x01, "<Char code=\"0x1\"/>"},
+      {0x09, "&#x9;"},
+      {0x0A, "&#xA;"},
+      {0x0D, "&#xD;"},
+      {0x1F, "<Char code=\"0x1F\"/>"},
+      {0x20, " "},
+      {0x26, "&amp;"},
+      {0x41, "A"},
+      {0x7E, "~"},
+      {0x7F, "&#x7F;"},
+      {0xE9, "&#xE9;"},
+      {0xFF, "&#xFF;"},
+      {0x4E2D, "&#x4E2D;"},
+      {0xD800, "<Char code=\"0xD800\"/>"},
+      {0xFFFD, "&#xFFFD;"},
+      {0xFFFE, "<Char code=\"0xFFFE\"/>"},
+      {0xFFFF, "<Char code=\"0xFFFF\"/>"},
   };
   SettingsFields f;
   // A name that is not UTF-8 is written byte by byte; one that is goes through.
@@ -206,9 +219,10 @@ TEST(XmlReport, WritesFileOnceAndPassesOverUnwritablePath) {
   xml.AddEndTagLine("</Block>");
   xml.AddEndTagLine("</CodeplugData>");
   xml.CreateXmlFile(path);
-  EXPECT_EQ(kovTestReadXmlReport(path), std::string(kProlog) +
-                                "\t<Block>\n\t\t<BlockName> Zone_3 </BlockName>\n\t</Block>\n"
-                                "</CodeplugData>\n");
+  EXPECT_EQ(kovTestReadXmlReport(path),
+            std::string(kProlog) +
+                "\t<Block>\n\t\t<BlockName> Zone_3 </BlockName>\n\t</Block>\n"
+                "</CodeplugData>\n");
   EXPECT_TRUE(xml.GetLines().empty());
   xml.CreateXmlFile(path);  // a second call empties the file
   EXPECT_EQ(readFile(path), "");
@@ -217,6 +231,88 @@ TEST(XmlReport, WritesFileOnceAndPassesOverUnwritablePath) {
   CKovXmlData lost;
   lost.CreateXmlFile(testing::TempDir() + "no/such/directory/report.xml");
   EXPECT_TRUE(lost.GetLines().empty());
+}
+
+TEST(XmlReport, FailedWriteLeavesWhatStoodAtThePathAndSaysWhy) {
+  // Write n fails, for n = 1, 2, ... until none does: each time the earlier file stays as it
+  // was, no part file is left and a message box says why. 1000 fields take more than one write,
+  // so a failure falls between two writes as well as on the first.
+  SettingsFields f;
+  const std::string path = testing::TempDir() + "kov_report_writefail.xml";
+  const std::string enospc = std::generic_category().message(ENOSPC);
+  CKovNumField volume(5, 1, 8);
+  int n = 0;
+  for (;; ++n) {
+    SCOPED_TRACE(n + 1);
+    std::ofstream(path) << "earlier report\n";
+    CKovXmlData xml;
+    xml.StartBlkInstance("Zone", 1);
+    for (int i = 0; i < 1000; ++i) xml.AddPrimitiveField(&volume, &f.volumeLayout);
+    xml.AddEndTagLine("</Block>");
+    xml.AddEndTagLine("</CodeplugData>");
+    MessageBoxRecorder boxes;
+    FailingWrite failing(n);
+    xml.CreateXmlFile(path);
+    EXPECT_TRUE(xml.GetLines().empty());
+    EXPECT_FALSE(std::ifstream(path + kovXmlPartSuffix).is_open());
+    if (!failing.Failed()) {
+      EXPECT_TRUE(boxes.Texts().empty());
+      std::string text = kovTestReadXmlReport(path);
+      size_t fields = 0;
+      for (size_t at = text.find("<Field>"); at != std::string::npos;
+           at = text.find("<Field>", at + 1)) {
+        ++fields;
+      }
+      EXPECT_EQ(fields, 1000u);
+      break;
+    }
+    EXPECT_EQ(failing.FailedPath(), path + kovXmlPartSuffix);
+    EXPECT_EQ(readFile(path), "earlier report\n");
+    EXPECT_EQ(boxes.Texts(),
+              (std::vector<std::string>{"Error writing to file " + path + ".\nReason: " + enospc}));
+  }
+  std::printf("report: %d writes tried\n", n + 1);
+  EXPECT_GE(n, 2);
+  std::remove(path.c_str());
+}
+
+TEST(XmlReport, ReportThatCannotTakeThePlaceOfAFileLeavesIt) {
+  // The rename into place fails on a directory: it stays, the part file goes, and a message
+  // box says why.
+  const std::string dir = testing::TempDir() + "kov_report_is_a_dir";
+  std::filesystem::create_directory(dir);
+  CKovXmlData xml;
+  MessageBoxRecorder boxes;
+  xml.CreateXmlFile(dir);
+  EXPECT_TRUE(std::filesystem::is_directory(dir));
+  EXPECT_FALSE(std::filesystem::exists(dir + kovXmlPartSuffix));
+  EXPECT_EQ(boxes.Texts(),
+            (std::vector<std::string>{"Error writing to file " + dir +
+                                      ".\nReason: " + std::generic_category().message(EISDIR)}));
+  std::filesystem::remove(dir);
+}
+
+TEST(XmlReport, UnpackWhoseReportCannotBeWrittenKeepsItsValues) {
+  // The sample's report fails at its first write: the unpack succeeds, and no report stands.
+  std::unique_ptr<CKovCpLayout> layout = kovSampleLayout();
+  KovSamplePackData data = kovSamplePackData(layout.get());
+  CKovImage packed(4096);
+  CKovPk pk(&data.pkBlks, 0);
+  uint32_t used = 0;
+  pk.FillImage(layout.get(), &packed, used, nullptr, 0, 0, 0);
+  Bytes image(packed.GetBytesArray(), packed.GetBytesArray() + used);
+  const std::string path = testing::TempDir() + "kov_report_unpack_writefail.xml";
+  std::remove(path.c_str());
+  MessageBoxRecorder boxes;
+  FailingWrite failing(0);
+  CKovUp up(layout.get(), image, path);
+  EXPECT_KOV_NO_THROW(up.FullUnpack());
+  EXPECT_TRUE(failing.Failed());
+  EXPECT_NE(up.GetUnpackedBlk(data.blocks.front()->GetBlkID()), nullptr);
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_FALSE(std::filesystem::exists(path + kovXmlPartSuffix));
+  EXPECT_EQ(boxes.Texts().size(), 1u);
+  kovClearRegisteredStrings();
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "kov/platform/strresource.h"
 #include "kov/unpack/upblkinstance.h"
 #include "kov/unpack/upentry.h"
+#include "kov/unpack/uppatchmap.h"
 #include "kov/unpack/upstdblk.h"
 
 namespace {
@@ -257,6 +258,18 @@ TEST(FullUnpack, UnwritableReportPathIsPassedOver) {
             testing::TempDir() + "no/such/dir/report.xml");
   EXPECT_EQ(up.FullUnpack(), 1);
   EXPECT_NE(up.GetUnpackedBlk(2), nullptr);
+}
+
+TEST(UpBlocks, RefuseABlockTheLayoutLacks) {
+  // Block 9 is not in the layout of blocks A and B.
+  BlocksAB ab;
+  CKovUp up(ab.b.cp.get(), packImage(ab.b.cp.get(), ab.data), "");
+  CKovUpPatchMap patchMap;
+  EXPECT_KOV_THROW(
+      CKovUpNonDistBlkInst(&up, &patchMap, 0u, uint16_t{2}, uint16_t{6}, uint16_t{9}, uint16_t{1}),
+      "Block layout not found for block with ID = 9.");
+  EXPECT_KOV_THROW(CKovUpStdBlk(nullptr, nullptr, 9),
+                   "No block layout for block 9. Can not unpack.\n");
 }
 
 // A block whose floating field 2 is listed before the fixed field 1 it follows: the walk defers
