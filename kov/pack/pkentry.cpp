@@ -16,13 +16,26 @@ CKovPkEntry::CKovPkEntry(int numberOfFields)
 
 // A field may sit in several slots, or in a slot and among the displaced: each is deleted once.
 CKovPkEntry::~CKovPkEntry() {
-  std::vector<CKovPkField*> all;
-  all.reserve(orderedPkFields.size() + displaced.size());
-  all.insert(all.end(), orderedPkFields.begin(), orderedPkFields.end());
-  all.insert(all.end(), displaced.begin(), displaced.end());
-  std::sort(all.begin(), all.end());
-  all.erase(std::unique(all.begin(), all.end()), all.end());
-  for (CKovPkField* field : all) delete field;
+  // A field may stand in several slots and among the displaced ones: both arrays are sorted in
+  // place and walked together, each field deleted once. Nothing is allocated, so freeing an entry
+  // can't fail.
+  std::sort(orderedPkFields.begin(), orderedPkFields.end());
+  std::sort(displaced.begin(), displaced.end());
+  const CKovPkField* last = nullptr;
+  auto a = orderedPkFields.begin();
+  auto b = displaced.begin();
+  // Each step moves a or b on by one: the walk ends after both arrays.
+  while (a != orderedPkFields.end() || b != displaced.end()) {
+    CKovPkField* field;
+    if (b == displaced.end() || (a != orderedPkFields.end() && *a < *b)) {
+      field = *a++;
+    } else {
+      field = *b++;
+    }
+    if (field == last) continue;
+    last = field;
+    delete field;
+  }
 }
 
 void CKovPkEntry::AddPkField(uint32_t id, CKovPkField* field, int position) {
