@@ -58,8 +58,12 @@ class ImageOrder {
   uint64_t Written() const { return seqOut; }
 
   // The first bit that the instance of walk and those after it can hold a value at: its
-  // header's when its node stands at one, else 0 (the walk hands those over first).
+  // header's when its node stands at one, else 0 (the walk hands those over first). A walk of
+  // several instances (a salvaged image's, handed over whole) may hold values anywhere: 0.
   static uint64_t StartOf(const KovJsonFieldWalk& walk) {
+    for (size_t k = 1; k < walk.nodes.size(); ++k) {
+      if (walk.nodes[k].parent < 0) return 0;
+    }
     const KovJsonNode& root = walk.nodes.front();
     bool atHdr = root.kind == KovJsonNodeKind::Instance && root.placed && root.hdr >= 0 &&
                  root.bitIndex == uint64_t{walk.hdrs[root.hdr].at.offset} * 8;

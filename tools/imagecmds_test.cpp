@@ -300,6 +300,20 @@ TEST(Salvage, WritesWhatCanBeReadListsFaultsAndExitsOneOnLoss) {
   EXPECT_NE(dump.out.find("0x00006B  7       8  01                Channel bank[2].Channel "
                           "count = 1\n"),
             std::string::npos);
+
+  // General in front of Device info: the values of a salvaged image, walked in layout order,
+  // still stand in image order between their header and checksum.
+  Bytes swapped(bad.begin() + 0x18, bad.begin() + 0x32);
+  swapped.insert(swapped.end(), bad.begin(), bad.begin() + 0x18);
+  swapped.insert(swapped.end(), bad.begin() + 0x32, bad.end());
+  writeBytes(dir + "swapped.kov", swapped);
+  dump = kovtool("dump " + q(kLayout) + " " + q(dir + "swapped.kov"));
+  EXPECT_EQ(dump.status, 1);
+  EXPECT_NE(dump.out.find("0x000000         48  020100010014      header General: KOV name "
+                          "0x02010001, size 20\n"
+                          "0x000006  7       4  9                 General.Volume = 9\n"),
+            std::string::npos)
+      << dump.out;
 }
 
 // The page itself is tested in a browser (tools/browser/view_test.cjs); here, what the tool
