@@ -9,6 +9,20 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// The headers of a walk made over the instances of hdrWalk packed without their prefixes become
+// those of the image with them, in the same order.
+void PrefixHeaders(KovJsonFieldWalk& walk, const KovJsonWalk& hdrWalk) {
+  for (size_t k = 0; k < walk.hdrs.size() && k < hdrWalk.instances.size(); ++k) {
+    walk.hdrs[k].at = hdrWalk.instances[k];
+  }
+  walk.prefixes = true;
+  walk.imageBits = 0;
+  if (!hdrWalk.instances.empty()) {
+    const KovJsonInstance& last = hdrWalk.instances.back();
+    walk.imageBits = (uint64_t{last.offset} + 6 + last.size) * 8;
+  }
+}
+
 class Walker {
  public:
   Walker(const CKovJsonLayout& layout, const CKovUp& up, KovJsonFieldWalk& walk)
@@ -27,6 +41,52 @@ class Walker {
       int qty = read->GetBlkInstanceQty();
       for (int i = 1; i <= qty; ++i) Instance(blk, read, i, qty);
     }
+  }
+
+  // The instances one at a time, each handed to each and then dropped; in image order, those
+  // whose header the walk can't name first, the others by the offset of their header.
+  void RunEach(bool imageOrder, const KovJsonWalk* prefixed, const KovJsonEachInstance& each) {
+    walk.imageBits = uint64_t{bytes.size()} * 8;
+    Headers();
+    struct Item {
+      uint64_t at;
+      const KovJsonBlock* blk;
+      const CKovUpStdBlk* read;
+      int i, qty;
+    };
+    std::vector<Item> items;
+    for (const KovJsonBlock& blk : layout.GetBlocks()) {
+      const CKovUpStdBlk* read = up.GetUnpackedBlk(blk.id);
+      if (read == nullptr) continue;
+      int qty = read->GetBlkInstanceQty();
+      for (int i = 1; i <= qty; ++i) {
+        int h = imageOrder ? InstanceHdr(blk, i) : -1;
+        items.push_back({h >= 0 ? walk.hdrs[h].at.offset + uint64_t{1} : 0, &blk, read, i, qty});
+      }
+    }
+    if (imageOrder) {
+      std::stable_sort(items.begin(), items.end(),
+                       [](const Item& a, const Item& b) { return a.at < b.at; });
+    }
+    // The walk runs on the headers of the bytes unpacked; what each sees has those of the image.
+    KovJsonFieldWalk shown;
+    shown.hdrs = walk.hdrs;
+    shown.hdrDamage = walk.hdrDamage;
+    shown.hdrDamageOffset = walk.hdrDamageOffset;
+    shown.imageBits = walk.imageBits;
+    if (prefixed != nullptr) PrefixHeaders(shown, *prefixed);
+    size_t base = 0;
+    for (const Item& it : items) {
+      walk.nodes.clear();
+      Instance(*it.blk, it.read, it.i, it.qty);
+      shown.nodes.swap(walk.nodes);
+      if (prefixed != nullptr) kovJsonMapWalk(shown, prefixed->instances);
+      each(shown, base);
+      base += shown.nodes.size();
+      shown.nodes.swap(walk.nodes);
+    }
+    walk = std::move(shown);
+    walk.nodes.clear();
   }
 
  private:
@@ -79,6 +139,17 @@ class Walker {
     return static_cast<int>(it - walk.hdrs.begin());
   }
 
+  // The header of instance i of blk, when the instance has one of its own; -1 otherwise.
+  int InstanceHdr(const KovJsonBlock& blk, int i) const {
+    if (blk.kind == KovJsonBlkKind::DistKls) return -1;
+    const std::vector<uint32_t>* const* addrs = up.GetBlockAddrMap().PLookup(blk.id);
+    if (addrs == nullptr || *addrs == nullptr || static_cast<size_t>(i) >= (*addrs)->size()) {
+      return -1;
+    }
+    int h = HdrOf(uint64_t{(**addrs)[i]} * 8);
+    return h >= 0 && walk.hdrs[h].at.offset == (**addrs)[i] ? h : -1;
+  }
+
   int Add(KovJsonNode node) {
     walk.nodes.push_back(std::move(node));
     return static_cast<int>(walk.nodes.size() - 1);
@@ -112,15 +183,12 @@ class Walker {
     node.path = node.name;
     node.text = kovFormat("instance %d", i);
     // An instance of its own header spans header, data and checksum.
-    const std::vector<uint32_t>* const* addrs = up.GetBlockAddrMap().PLookup(blk.id);
-    if (addrs != nullptr && *addrs != nullptr && static_cast<size_t>(i) < (*addrs)->size()) {
-      int h = HdrOf(uint64_t{(**addrs)[i]} * 8);
-      if (h >= 0 && walk.hdrs[h].at.offset == (**addrs)[i] && blk.kind != KovJsonBlkKind::DistKls) {
-        node.hdr = h;
-        node.placed = true;
-        node.bitIndex = uint64_t{walk.hdrs[h].at.offset} * 8;
-        node.bits = (6u + walk.hdrs[h].at.size) * 8;
-      }
+    int h = InstanceHdr(blk, i);
+    if (h >= 0) {
+      node.hdr = h;
+      node.placed = true;
+      node.bitIndex = uint64_t{walk.hdrs[h].at.offset} * 8;
+      node.bits = (6u + walk.hdrs[h].at.size) * 8;
     }
     int at = Add(std::move(node));
     Entry(blk.fields, read->GetUpEntry(i), at);
@@ -234,17 +302,15 @@ KovJsonFieldWalk kovJsonWalkFieldsWithPrefixes(const CKovJsonLayout& layout, con
                                                const KovJsonWalk& hdrWalk) {
   KovJsonFieldWalk walk = kovJsonWalkFields(layout, up);
   kovJsonMapWalk(walk, hdrWalk.instances);
-  // The headers of the image without prefixes are those of hdrWalk, in the same order.
-  for (size_t k = 0; k < walk.hdrs.size() && k < hdrWalk.instances.size(); ++k) {
-    walk.hdrs[k].at = hdrWalk.instances[k];
-  }
-  walk.prefixes = true;
-  walk.imageBits = 0;
-  if (!hdrWalk.instances.empty()) {
-    const KovJsonInstance& last = hdrWalk.instances.back();
-    walk.imageBits = (uint64_t{last.offset} + 6 + last.size) * 8;
-  }
+  PrefixHeaders(walk, hdrWalk);
   return walk;
+}
+
+void kovJsonWalkFieldsEach(const CKovJsonLayout& layout, const CKovUp& up,
+                           const KovJsonWalk* hdrWalk, bool imageOrder, KovJsonFieldWalk& walk,
+                           const KovJsonEachInstance& each) {
+  walk = KovJsonFieldWalk();
+  Walker(layout, up, walk).RunEach(imageOrder, hdrWalk, each);
 }
 
 std::vector<int> kovJsonValuesInImageOrder(const KovJsonFieldWalk& walk) {

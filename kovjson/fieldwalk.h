@@ -22,12 +22,14 @@
 // header and checksum. The headers are the layout-free walk of kovjson/imagewalk.h; hdr of a node
 // is the index of the header whose instance holds the node's first bit (-1 for none).
 //
-// Cost: linear in the values read, plus a binary search over the headers a node. Throws only
+// Cost: linear in the values read, plus a binary search over the headers a node; about 200 bytes
+// a node, so kovJsonWalkFieldsEach hands a large image over one instance at a time. Throws only
 // std::bad_alloc.
 #ifndef KOVJSON_FIELDWALK_H
 #define KOVJSON_FIELDWALK_H
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -87,6 +89,20 @@ void kovJsonMapWalk(KovJsonFieldWalk& walk, const std::vector<KovJsonInstance>& 
 // (kovJsonWithoutPrefixes of hdrWalk); places and headers are those of the image with them.
 KovJsonFieldWalk kovJsonWalkFieldsWithPrefixes(const CKovJsonLayout& layout, const CKovUp& up,
                                                const KovJsonWalk& hdrWalk);
+
+// The walk of kovJsonWalkFields (of kovJsonWalkFieldsWithPrefixes when hdrWalk is not null)
+// handed over one block instance at a time, so that a large image is never held as one tree.
+// Each call of each finds in walk.nodes the nodes of one instance, its Instance node first and
+// parents as indexes into walk.nodes, with the headers of the whole image in walk.hdrs; base is
+// the number of nodes handed over before. The nodes are dropped when each returns; at the end
+// walk holds the headers and no nodes. In layout order the instances come as in the whole walk
+// (base + index is then the index there); in image order, the instances the walk finds no
+// header of their own for (a distributed list's) come first, the others by their header's
+// offset, so that no value of a later instance lies before the header of an earlier one.
+using KovJsonEachInstance = std::function<void(const KovJsonFieldWalk& walk, size_t base)>;
+void kovJsonWalkFieldsEach(const CKovJsonLayout& layout, const CKovUp& up,
+                           const KovJsonWalk* hdrWalk, bool imageOrder, KovJsonFieldWalk& walk,
+                           const KovJsonEachInstance& each);
 
 // The Value nodes' indexes sorted by their first bit (ties in tree order).
 std::vector<int> kovJsonValuesInImageOrder(const KovJsonFieldWalk& walk);

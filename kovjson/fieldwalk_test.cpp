@@ -141,10 +141,10 @@ TEST(FieldWalk, PathsInstancesAndSpans) {
       {"Channel bank[2].Channels[1].Mode.Analog.Wide", KovJsonNodeKind::Value, 0x77 * 8 + 2, 1,
        "0"},
       {"Channel bank[2].Channels[1].Mode.Analog.Power", KovJsonNodeKind::Value, 0x77 * 8, 2, "3"},
-      {"Channel bank[1].Channels[1].Mode.Analog.Rx frequency", KovJsonNodeKind::Value, 0x42 * 8,
-       16, "145.500"},
-      {"Channel bank[1].Channels[1].Mode.Analog.Frequency trim", KovJsonNodeKind::Value,
-       0x45 * 8, 8, "-3"},
+      {"Channel bank[1].Channels[1].Mode.Analog.Rx frequency", KovJsonNodeKind::Value, 0x42 * 8, 16,
+       "145.500"},
+      {"Channel bank[1].Channels[1].Mode.Analog.Frequency trim", KovJsonNodeKind::Value, 0x45 * 8,
+       8, "-3"},
       {"Zone[1].Zone options", KovJsonNodeKind::Value, 0x8B * 8, 8, "[\"Scan\"]"},
       {"General.Key lock", KovJsonNodeKind::Value, 0x1F * 8 + 5, 1, "0"},
       {"General.Startup bank", KovJsonNodeKind::Value, 0x2C * 8, 32, "Channel bank[2]"},
@@ -207,6 +207,65 @@ TEST(FieldWalk, RawBitsAndPathSteps) {
       shown += (shown.empty() ? "" : " ") + s.name + "/" + std::to_string(s.index);
     }
     EXPECT_EQ(shown, c.steps);
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// The walk handed over one instance at a time holds the same nodes as the whole walk, with and
+// without prefixes: in layout order at the same indexes (base + index, parents within the
+// instance), in image order with every header's instance before the values behind the next.
+TEST(FieldWalk, EachInstanceHandsOverTheWholeWalk) {
+  auto layout = radioLayout();
+  std::string file = std::string(KOV_RADIO_DIR) + "/values.json";
+  Json values = kovJsonParse(kovJsonReadFile(file), file);
+  for (bool prefixes : {false, true}) {
+    Bytes image = kovJsonPackImage(*layout, *kovJsonPackData(*layout, values, file), prefixes, "");
+    KovJsonWalk hdrWalk = kovJsonWalkImage(image, prefixes);
+    CKovUp up(layout->GetCpLayout(), kovJsonWithoutPrefixes(image, hdrWalk), "");
+    up.FullUnpack();
+    KovJsonFieldWalk whole = prefixes ? kovJsonWalkFieldsWithPrefixes(*layout, up, hdrWalk)
+                                      : kovJsonWalkFields(*layout, up);
+    for (bool imageOrder : {false, true}) {
+      SCOPED_TRACE(std::string(prefixes ? "prefixes, " : "") +
+                   (imageOrder ? "image order" : "layout order"));
+      std::multiset<std::string> seen, want;
+      for (const KovJsonNode& n : whole.nodes) {
+        want.insert(
+            n.path +
+            kovFormat(" %llu %u %d ", static_cast<unsigned long long>(n.bitIndex), n.bits, n.hdr) +
+            n.raw + n.text);
+      }
+      uint64_t lastStart = 0;
+      KovJsonFieldWalk walk;
+      kovJsonWalkFieldsEach(
+          *layout, up, prefixes ? &hdrWalk : nullptr, imageOrder, walk,
+          [&](const KovJsonFieldWalk& w, size_t base) {
+            ASSERT_EQ(w.hdrs.size(), whole.hdrs.size());
+            EXPECT_EQ(w.hdrs.back().at.offset, whole.hdrs.back().at.offset);
+            ASSERT_EQ(w.nodes.front().kind, KovJsonNodeKind::Instance);
+            for (size_t k = 0; k < w.nodes.size(); ++k) {
+              const KovJsonNode& n = w.nodes[k];
+              seen.insert(n.path +
+                          kovFormat(" %llu %u %d ", static_cast<unsigned long long>(n.bitIndex),
+                                    n.bits, n.hdr) +
+                          n.raw + n.text);
+              if (k > 0) EXPECT_EQ(n.path.rfind(w.nodes[n.parent].path, 0), 0u) << n.path;
+              if (!imageOrder) EXPECT_EQ(whole.nodes[base + k].path, n.path);
+            }
+            const KovJsonNode& root = w.nodes.front();
+            if (imageOrder && root.hdr >= 0 && root.placed &&
+                root.bitIndex == w.hdrs[root.hdr].at.offset * 8ull) {
+              EXPECT_GE(root.bitIndex, lastStart) << root.path;
+              lastStart = root.bitIndex;
+            }
+          });
+      EXPECT_EQ(seen, want);
+      EXPECT_TRUE(walk.nodes.empty());
+      EXPECT_EQ(walk.hdrs.size(), whole.hdrs.size());
+    }
   }
 }
 

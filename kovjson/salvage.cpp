@@ -13,6 +13,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr uint32_t kHdrSz = 6;
 constexpr uint32_t kChecksumSz = 2;
+constexpr uint32_t kPrefixSz = 2;
 
 uint16_t readU16BE(const std::vector<uint8_t>& bytes, uint32_t at) {
   return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
@@ -27,11 +28,13 @@ void holdMessage(const std::string& text) {
 
 class Salvager {
  public:
-  Salvager(const CKovJsonLayout& layout, const std::vector<uint8_t>& bytes, KovJsonSalvage& out)
+  Salvager(const CKovJsonLayout& layout, const std::vector<uint8_t>& bytes, bool prefixes,
+           KovJsonSalvage& out)
       : layout(layout),
         bytes(bytes),
         out(out),
-        len(static_cast<uint32_t>(std::min<size_t>(bytes.size(), 0xFFFFFFFFu))) {
+        len(static_cast<uint32_t>(std::min<size_t>(bytes.size(), 0xFFFFFFFFu))),
+        pre(prefixes ? kPrefixSz : 0) {
     for (const KovJsonBlock& b : layout.GetBlocks()) byType.emplace(b.kovType, &b);
   }
 
@@ -52,22 +55,24 @@ class Salvager {
     return nullptr;
   }
 
+  // The header at p, with the partition prefix in front of it when the image has prefixes.
   KovJsonInstance HdrAt(uint32_t p) const {
     KovJsonInstance in;
     in.offset = p;
+    if (pre != 0) in.partition = readU16BE(bytes, p - kPrefixSz);
     in.kovType = readU16BE(bytes, p);
     in.kovID = readU16BE(bytes, p + 2);
     in.size = readU16BE(bytes, p + 4);
     return in;
   }
 
-  // A header at p with a known name and a size that holds the checksum and fits; with crc, its
-  // checksum holds too.
+  // An instance at p (its prefix, then its header) with a known name and a size that holds the
+  // checksum and fits; with crc, its checksum holds too.
   bool Plausible(uint32_t p, bool crc) const {
-    if (p > len || len - p < kHdrSz + kChecksumSz) return false;
-    KovJsonInstance in = HdrAt(p);
+    if (p > len || len - p < pre + kHdrSz + kChecksumSz) return false;
+    KovJsonInstance in = HdrAt(p + pre);
     if (Known(in.kovType, in.kovID) == nullptr) return false;
-    if (in.size < kChecksumSz || in.size > len - p - kHdrSz) return false;
+    if (in.size < kChecksumSz || in.size > len - p - pre - kHdrSz) return false;
     if (!crc) return true;
     Check(in);
     return in.storedCrc == in.dataCrc;
@@ -102,35 +107,42 @@ class Salvager {
     // Bound: every step moves pos on by at least one byte.
     uint32_t pos = 0;
     while (pos < len) {
-      if (len - pos < kHdrSz) {
+      if (len - pos < pre + kHdrSz) {
+        if (Retreat(pos)) continue;
         Fault(pos, KovJsonFaultKind::Truncated,
-              kovFormat("header cut short: %u bytes left where a header needs 6", len - pos));
+              kovFormat("header cut short: %u bytes left where a header needs %u", len - pos,
+                        pre + kHdrSz));
         break;
       }
-      KovJsonInstance in = HdrAt(pos);
+      // Faults of an instance stand at its header, behind the prefix.
+      const uint32_t at = pos + pre;
+      KovJsonInstance in = HdrAt(at);
       uint32_t name = uint32_t{in.kovType} << 16 | in.kovID;
       const KovJsonBlock* blk = Known(in.kovType, in.kovID);
       if (blk == nullptr) {
-        Fault(pos, KovJsonFaultKind::UnknownName,
+        if (Retreat(pos)) continue;
+        Fault(at, KovJsonFaultKind::UnknownName,
               kovFormat("KOV name 0x%08X is not one of the layout", name));
         pos = Resync(pos + 1);
         continue;
       }
       if (in.size < kChecksumSz) {
-        Fault(pos, KovJsonFaultKind::SizeBelow2,
+        if (Retreat(pos)) continue;
+        Fault(at, KovJsonFaultKind::SizeBelow2,
               kovFormat("%s: size %u cannot hold the 2 bytes of its checksum", blk->name.c_str(),
                         in.size));
         pos = Resync(pos + 1);
         continue;
       }
-      if (in.size > len - pos - kHdrSz) {
-        uint32_t left = len - pos - kHdrSz;
+      if (in.size > len - at - kHdrSz) {
+        if (Retreat(pos)) continue;
+        uint32_t left = len - at - kHdrSz;
         if (SizeFits(blk, in.size)) {
-          Fault(pos, KovJsonFaultKind::Truncated,
+          Fault(at, KovJsonFaultKind::Truncated,
                 kovFormat("%s: the image ends %u bytes into its size of %u", Label(blk, in).c_str(),
                           left, in.size));
         } else {
-          Fault(pos, KovJsonFaultKind::SizePastEnd,
+          Fault(at, KovJsonFaultKind::SizePastEnd,
                 kovFormat("%s: size %u runs past the end of the image (%u bytes left)",
                           blk->name.c_str(), in.size, left));
         }
@@ -139,7 +151,8 @@ class Salvager {
       }
       Check(in);
       if (in.storedCrc != in.dataCrc) {
-        Fault(pos, KovJsonFaultKind::BadChecksum,
+        if (Retreat(pos)) continue;
+        Fault(at, KovJsonFaultKind::BadChecksum,
               kovFormat("%s: checksum 0x%04X, but the data gives 0x%04X", Label(blk, in).c_str(),
                         in.storedCrc, in.dataCrc));
         out.lost.push_back(in);
@@ -150,9 +163,33 @@ class Salvager {
       }
       whole.push_back(in);
       sound.push_back(in);
-      pos += kHdrSz + in.size;
+      pos = at + kHdrSz + in.size;
+      lastEnd = pos;
     }
     Duplicates();
+  }
+
+  // A size made larger by damage can still give a sound instance: the checksum of data followed
+  // by the high byte of its checksum is the low byte followed by 0x00, so one byte more holds
+  // when the byte behind the checksum is 0x00 (a prefix, a KOV type below 0x0100). When a fault
+  // stands right behind the last instance taken and a sound instance starts inside that one, its
+  // size is what is damaged: it is a fault, and the scan goes on at the instance inside. True
+  // when so; pos is then that instance's start. Bound: each instance taken is searched once.
+  bool Retreat(uint32_t& pos) {
+    if (sound.empty() || lastEnd != pos) return false;
+    lastEnd = UINT32_MAX;
+    const KovJsonInstance last = sound.back();
+    for (uint32_t p = last.offset - pre + 1; p < pos; ++p) {
+      if (!Plausible(p, true)) continue;
+      sound.pop_back();
+      out.lost.push_back(last);
+      Fault(last.offset, KovJsonFaultKind::Overlap,
+            kovFormat("%s: size %u reaches into the instance at 0x%06X",
+                      Label(Known(last.kovType, last.kovID), last).c_str(), last.size, p + pre));
+      pos = p;
+      return true;
+    }
+    return false;
   }
 
   // Of the sound instances that share a KOV name one is kept: for a multi-instance block or a
@@ -393,12 +430,15 @@ class Salvager {
     }
     out.walk.hdrs = std::move(hdrs);
     out.walk.hdrDamage.clear();
+    out.walk.prefixes = pre != 0;
   }
 
   const CKovJsonLayout& layout;
   const std::vector<uint8_t>& bytes;
   KovJsonSalvage& out;
   const uint32_t len;
+  const uint32_t pre;             // bytes of the partition prefix in front of each header: 0 or 2
+  uint32_t lastEnd = UINT32_MAX;  // where the last instance taken ends, while the scan is there
   std::multimap<uint16_t, const KovJsonBlock*> byType;
   std::vector<KovJsonInstance> whole;  // every instance found whole, in image order
   std::vector<KovJsonInstance> sound;  // of those, the ones with a good checksum, once each
@@ -424,6 +464,8 @@ const char* kovJsonFaultName(KovJsonFaultKind kind) {
       return "KOV id out of sequence";
     case KovJsonFaultKind::BrokenChain:
       return "broken listlet chain";
+    case KovJsonFaultKind::Overlap:
+      return "overlap";
     case KovJsonFaultKind::Unreadable:
       break;
   }
@@ -431,9 +473,9 @@ const char* kovJsonFaultName(KovJsonFaultKind kind) {
 }
 
 std::unique_ptr<KovJsonSalvage> kovJsonSalvage(const CKovJsonLayout& layout,
-                                               const std::vector<uint8_t>& bytes) {
+                                               const std::vector<uint8_t>& bytes, bool prefixes) {
   auto out = std::make_unique<KovJsonSalvage>();
-  Salvager(layout, bytes, *out).Run();
+  Salvager(layout, bytes, prefixes, *out).Run();
   return out;
 }
 

@@ -1,6 +1,9 @@
 // Salvage: everything that can still be read from a damaged image, and a list of what is wrong.
 //
-// kovJsonSalvage scans the image (the format is in kov/pack/stdblk.h) from byte 0. An instance is
+// kovJsonSalvage scans the image (the format is in kov/pack/stdblk.h) from byte 0. With prefixes
+// each instance has its partition number (2 bytes) in front of its header, as a pack with
+// partition prefixes writes it; faults of an instance stand at the offset of its header, behind
+// the prefix, and the headers of the walk carry their partitions. An instance is
 // taken when its KOV name is one the layout knows (the block's own for a single-instance block),
 // its size holds the checksum and fits the bytes left, and its checksum holds. Anything else is a
 // fault at its offset:
@@ -9,6 +12,10 @@
 //   size below 2        a size that cannot hold the checksum
 //   unknown KOV name    a name the layout does not know
 //   bad checksum        a whole instance whose data does not give its checksum
+//   overlap             a sound instance inside which another one starts, found when a fault
+//                       stands right behind it: its size, not the other, is taken as damaged
+//                       (a size one larger still gives a good checksum when the byte behind is
+//                       0x00, as a partition prefix's first byte often is)
 //   duplicate           a KOV name seen before; of a multi-instance block or a listlet the one
 //                       whose id is its rank is kept (ids count from 0 in image order), else the
 //                       first
@@ -54,7 +61,8 @@ enum class KovJsonFaultKind {
   Duplicate,
   OutOfSequence,
   BrokenChain,
-  Unreadable
+  Unreadable,
+  Overlap
 };
 
 // "truncated", "size past the end", ...
@@ -76,7 +84,8 @@ struct KovJsonSalvage {
 };
 
 std::unique_ptr<KovJsonSalvage> kovJsonSalvage(const CKovJsonLayout& layout,
-                                               const std::vector<uint8_t>& bytes);
+                                               const std::vector<uint8_t>& bytes,
+                                               bool prefixes = false);
 
 // The values that came back, as a values file: a lost instance of a multi-instance block is an
 // empty object in its place (no more such gaps in a row than there are faults; an instance

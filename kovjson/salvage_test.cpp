@@ -25,21 +25,26 @@ struct Radio {
   KovJsonFieldWalk walk;
 };
 
-const Radio& radio() {
-  static Radio* r = [] {
-    auto* r = new Radio;
-    std::string dir = KOV_RADIO_DIR;
-    r->layout = CKovJsonLayout::LoadFile(dir + "/layout.json", false);
-    Json values = kovJsonParse(kovJsonReadFile(dir + "/values.json"), "values.json");
-    r->image = kovJsonPackImage(*r->layout, *kovJsonPackData(*r->layout, values, "values.json"),
-                                false, "");
-    r->hdrs = kovJsonWalkImage(r->image, false);
-    CKovUp up(r->layout->GetCpLayout(), r->image, "");
-    up.FullUnpack();
-    r->walk = kovJsonWalkFields(*r->layout, up);
-    return r;
-  }();
-  return *r;
+// The sample packed plain, or with the partition number in front of each instance.
+Radio* makeRadio(bool prefixes) {
+  auto* r = new Radio;
+  std::string dir = KOV_RADIO_DIR;
+  r->layout = CKovJsonLayout::LoadFile(dir + "/layout.json", false);
+  Json values = kovJsonParse(kovJsonReadFile(dir + "/values.json"), "values.json");
+  r->image = kovJsonPackImage(*r->layout, *kovJsonPackData(*r->layout, values, "values.json"),
+                              prefixes, "");
+  r->hdrs = kovJsonWalkImage(r->image, prefixes);
+  CKovUp up(r->layout->GetCpLayout(), kovJsonWithoutPrefixes(r->image, r->hdrs), "");
+  up.FullUnpack();
+  r->walk = prefixes ? kovJsonWalkFieldsWithPrefixes(*r->layout, up, r->hdrs)
+                     : kovJsonWalkFields(*r->layout, up);
+  return r;
+}
+
+const Radio& radio(bool prefixes = false) {
+  static Radio* plain = makeRadio(false);
+  static Radio* prefixed = makeRadio(true);
+  return prefixes ? *prefixed : *plain;
 }
 
 std::string faults(const KovJsonSalvage& s) {
@@ -50,14 +55,15 @@ std::string faults(const KovJsonSalvage& s) {
   return text;
 }
 
-// Damage to the sample and the faults it gives, offsets from tools/testdata/radio.headers.txt.
+// Damage to the sample and the faults it gives, offsets from tools/testdata/radio.headers.txt
+// (with prefixes: 2 more bytes in front of each instance).
 TEST(Salvage, NamesEachFaultWithItsOffsetAndKind) {
-  const Radio& r = radio();
   struct Case {
     const char* name;
     std::function<void(Bytes&)> damage;
     const char* faults;
     size_t read;
+    bool prefixes = false;
   } cases[] = {
       {"whole", [](Bytes&) {}, "", 13},
       {"data bit of Channel bank[1]", [](Bytes& b) { b[0x40] ^= 1; },
@@ -101,12 +107,19 @@ TEST(Salvage, NamesEachFaultWithItsOffsetAndKind) {
        "determine instance # of Distributed KLS item Contacts in the image.\n"
        "0x00014E bad checksum: Contacts, listlet 1: checksum 0x5666, but the data gives 0xEDEC\n",
        9},
+      // Size 18 made 19: the checksum of the data and E3, the checksum's high byte, is F500,
+      // which the checksum's low byte and the 00 of General's prefix read as.
+      {"size of Device info one larger, with prefixes", [](Bytes& b) { b[7] = 0x13; },
+       "0x000002 overlap: Device info: size 19 reaches into the instance at 0x00001C\n", 12, true},
+      {"truncated inside a prefix", [](Bytes& b) { b.resize(0x1A + 1); },
+       "0x00001A truncated: header cut short: 1 bytes left where a header needs 8\n", 1, true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
+    const Radio& r = radio(c.prefixes);
     Bytes b = r.image;
     c.damage(b);
-    auto s = kovJsonSalvage(*r.layout, b);
+    auto s = kovJsonSalvage(*r.layout, b, c.prefixes);
     EXPECT_EQ(faults(*s), c.faults);
     EXPECT_EQ(s->read.size(), c.read);
     EXPECT_EQ(s->LostSomething(), std::string(c.faults) != "");
@@ -178,12 +191,23 @@ std::vector<std::set<size_t>> needs(const Radio& r) {
   return out;
 }
 
-// Every truncation and every single-bit flip of the sample: each instance the damage leaves
-// alone, with all it needs, comes back with every value at the same path, place and raw bits.
-// Damage to a KOV name (the first 4 bytes of a header) can make an instance pass for another of
-// its block or of the block it now names, so those blocks count as damaged then.
+void sweep(const Radio& r, bool prefixes);
+
+// Every truncation and every single-bit flip of the sample, plain and with partition prefixes:
+// each instance the damage leaves alone, with all it needs, comes back with every value at the
+// same path, place and raw bits. Damage to a KOV name (the first 4 bytes of a header) can make an
+// instance pass for another of its block or of the block it now names, so those blocks count as
+// damaged then. A prefix is no part of its instance: damage to it loses nothing.
 TEST(SalvageSweep, EveryTruncationAndBitFlipOfTheSample) {
-  const Radio& r = radio();
+  for (bool prefixes : {false, true}) {
+    SCOPED_TRACE(prefixes ? "with partition prefixes" : "plain");
+    sweep(radio(prefixes), prefixes);
+    if (HasFatalFailure()) return;
+  }
+}
+
+void sweep(const Radio& r, bool prefixes) {
+  const uint32_t pre = prefixes ? 2 : 0;
   const auto& ins = r.hdrs.instances;
   std::vector<std::set<size_t>> need = needs(r);
   size_t cases = 0, recovered = 0, lost = 0, checkedValues = 0;
@@ -212,7 +236,7 @@ TEST(SalvageSweep, EveryTruncationAndBitFlipOfTheSample) {
         }
       }
     }
-    auto s = kovJsonSalvage(*r.layout, damaged);
+    auto s = kovJsonSalvage(*r.layout, damaged, prefixes);
     std::set<uint32_t> readAt;
     for (const KovJsonInstance& in : s->read) readAt.insert(in.offset);
     std::map<std::string, const KovJsonNode*> byPath;
@@ -236,30 +260,39 @@ TEST(SalvageSweep, EveryTruncationAndBitFlipOfTheSample) {
       }
     }
     // A cut between two instances leaves an image that is whole as far as its bytes tell.
-    bool detectable = from == 0 || std::count(hit.begin(), hit.end(), true) != 0;
+    bool cut = to == UINT32_MAX;
+    bool detectable = (cut && from == 0) || std::count(hit.begin(), hit.end(), true) != 0;
     if (std::none_of(ins.begin(), ins.end(),
-                     [&](const KovJsonInstance& in) { return in.offset == from; }) ||
-        to != UINT32_MAX) {
+                     [&](const KovJsonInstance& in) { return in.offset - pre == from; }) ||
+        !cut) {
       EXPECT_EQ(s->LostSomething(), detectable);
     }
+    // Every header found whole carries the partition in front of it.
+    for (const KovJsonHdr& h : s->walk.hdrs) {
+      if (!prefixes) break;
+      EXPECT_EQ(h.at.partition, damaged[h.at.offset - 2] << 8 | damaged[h.at.offset - 1])
+          << "header at " << h.at.offset;
+    }
+    EXPECT_EQ(s->walk.prefixes, prefixes);
   };
 
   for (uint32_t len = 0; len < r.image.size(); ++len) {
     Bytes cut(r.image.begin(), r.image.begin() + len);
     check(cut, len, UINT32_MAX, kovFormat("cut to %u bytes", len));
-    if (HasFatalFailure()) return;
+    if (testing::Test::HasFatalFailure()) return;
   }
   for (uint32_t bit = 0; bit < r.image.size() * 8; ++bit) {
     Bytes flipped = r.image;
     flipped[bit / 8] ^= static_cast<uint8_t>(0x80 >> (bit % 8));
     check(flipped, bit / 8, bit / 8 + 1, kovFormat("bit %u flipped (byte 0x%X)", bit, bit / 8));
-    if (HasFatalFailure()) return;
+    if (testing::Test::HasFatalFailure()) return;
   }
   std::printf(
-      "salvage sweep: %zu cases, %zu instances recovered untouched, %zu lost, %zu values "
+      "salvage sweep%s: %zu cases, %zu instances recovered untouched, %zu lost, %zu values "
       "checked\n",
-      cases, recovered, lost, checkedValues);
-  EXPECT_EQ(cases, 422u + 422u * 8);
+      prefixes ? " with prefixes" : "", cases, recovered, lost, checkedValues);
+  // 422 bytes, and 2 more for each of the 13 instances with prefixes.
+  EXPECT_EQ(cases, (prefixes ? 448u : 422u) * 9);
 }
 
 }  // namespace

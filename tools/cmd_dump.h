@@ -10,11 +10,15 @@
 
 #include <string>
 
-#include "kovjson/fieldwalk.h"
+#include "tools/cmd_shared.h"
+#include "tools/cmd_stream.h"
 #include "tools/toolio.h"
 
-std::string kovToolDumpText(const KovJsonFieldWalk& walk);
-std::string kovToolDumpJson(const KovJsonFieldWalk& walk, size_t imageSize);
+// The table of src, and the same as JSON (imageSize, headers, damage when the header walk ended
+// early, values), written to out as the walk goes, one instance at a time; a large image is
+// never held as one tree or one text. Throw only what writing out throws.
+void kovToolDumpText(const CKovJsonLayout& layout, const KovToolSource& src, KovToolStream& out);
+void kovToolDumpJson(const CKovJsonLayout& layout, const KovToolSource& src, KovToolStream& out);
 
 KovToolCommand kovToolAddDump(CLI::App& app);
 

@@ -23,6 +23,7 @@ std::string kovToolSalvageReport(const KovJsonSalvage& s, const std::string& ima
 KovToolCommand kovToolAddSalvage(CLI::App& app) {
   struct Args {
     std::string layout, image, out;
+    bool prefixes = false;
   };
   auto args = std::make_shared<Args>();
   CLI::App* sub = app.add_subcommand(
@@ -33,10 +34,12 @@ KovToolCommand kovToolAddSalvage(CLI::App& app) {
   sub->add_option("IMAGE", args->image, "The image file ('-': standard input)")->required();
   sub->add_option("-o,--output", args->out, "The values file to write ('-': standard output)")
       ->required();
+  sub->add_flag("--partition-prefix", args->prefixes,
+                "The image has the partition number in front of every block instance");
   return {sub, [args]() {
             auto layout = kovToolLoadLayout(args->layout);
             std::vector<uint8_t> bytes = kovToolReadBytes(args->image);
-            auto s = kovJsonSalvage(*layout, bytes);
+            auto s = kovJsonSalvage(*layout, bytes, args->prefixes);
             kovToolWriteOutput(args->out, kovJsonSalvagedValues(*s).dump(2) + "\n");
             std::string report = kovToolSalvageReport(*s, args->image);
             if (args->out == "-") {

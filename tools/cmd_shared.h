@@ -25,6 +25,8 @@ struct KovToolSource {
   std::unique_ptr<CKovUp> up;               // its unpack; null when the image was salvaged
   std::unique_ptr<KovJsonSalvage> salvage;  // what could be read of a damaged image, or null
   std::string damage;                       // the library's refusal of a damaged image, or ""
+  KovJsonWalk hdrWalk;                      // with prefixes: the headers behind them
+  bool walked = false;                      // walk holds the field walk (else kovToolEachInstance)
   KovJsonFieldWalk walk;
 };
 
@@ -37,15 +39,23 @@ bool kovToolIsValuesText(const std::string& bytes);
 // salvage, an image the library refuses is salvaged (kovjson/salvage.h) instead: damage holds
 // the refusal, which is also printed to standard error, and walk what could be read. With
 // prefixes the image has a partition prefix in front of every instance (a values file is packed
-// so); such an image is never salvaged, and one whose headers end early is refused.
+// so); a damaged one is salvaged as well. Without walkNow the field walk of a sound image is
+// left to kovToolEachInstance, which holds one instance at a time.
 std::unique_ptr<KovToolSource> kovToolReadSource(const CKovJsonLayout& layout,
                                                  const std::string& path, bool allowValues,
-                                                 bool salvage = false, bool prefixes = false);
+                                                 bool salvage = false, bool prefixes = false,
+                                                 bool walkNow = true);
 
 // Unpacks bytes (named path in messages) with layout and walks its fields.
 std::unique_ptr<KovToolSource> kovToolUnpackBytes(const CKovJsonLayout& layout,
                                                   const std::string& path,
                                                   std::vector<uint8_t> bytes, bool salvage = false,
-                                                  bool prefixes = false);
+                                                  bool prefixes = false, bool walkNow = true);
+
+// The field walk of src one instance at a time, as kovJsonWalkFieldsEach hands it over; a source
+// already walked (or salvaged) is handed over whole, in one call with base 0. walk receives the
+// headers before the first call.
+void kovToolEachInstance(const CKovJsonLayout& layout, const KovToolSource& src, bool imageOrder,
+                         KovJsonFieldWalk& walk, const KovJsonEachInstance& each);
 
 #endif  // KOV_TOOLS_CMD_SHARED_H

@@ -3,8 +3,10 @@
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
 
 #include "tools/cmd_shared.h"
+#include "tools/cmd_stream.h"
 #include "tools/toolio.h"
 
 extern const char kKovViewHtml[];
@@ -36,59 +38,81 @@ std::string base64(const std::vector<uint8_t>& bytes) {
   return out;
 }
 
+// Inside a script element the text "</" could end it: JSON may write it as "<\/".
+std::string safe(const std::string& data) {
+  std::string out;
+  out.reserve(data.size());
+  for (size_t i = 0; i < data.size(); ++i) {
+    out += data[i];
+    if (data[i] == '<' && i + 1 < data.size() && data[i + 1] == '/') out += '\\';
+  }
+  return out;
+}
+
 }  // namespace
 
-std::string kovToolViewData(const CKovJsonLayout& layout, const KovToolSource& src,
-                            const std::string& file, const std::string& layoutFile) {
-  const KovJsonFieldWalk& walk = src.walk;
-  Json d = Json::object();
-  d["file"] = file;
-  d["layout"] = layoutFile;
-  d["image"] = base64(src.bytes);
+void kovToolWriteView(const CKovJsonLayout& layout, const KovToolSource& src,
+                      const std::string& file, const std::string& layoutFile, KovToolStream& out) {
+  const std::string html = kKovViewHtml;
+  const std::string mark = "/*KOV_DATA*/";
+  size_t at = html.find(mark);
+  out << html.substr(0, at);
+  auto put = [&](const Json& j) {
+    out << safe(j.dump(-1, ' ', false, Json::error_handler_t::replace));
+  };
+  out << "{\"file\":";
+  put(file);
+  out << ",\"layout\":";
+  put(layoutFile);
+  out << ",\"image\":\"" << base64(src.bytes) << "\",\"blocks\":";
   Json blocks = Json::array();
   for (const KovJsonBlock& b : layout.GetBlocks()) blocks.push_back(b.name);
-  d["blocks"] = std::move(blocks);
-  Json hdrs = Json::array();
-  for (const KovJsonHdr& h : walk.hdrs) {
-    hdrs.push_back(Json::array(
-        {h.at.offset, h.at.size, h.at.kovType, h.at.kovID, h.at.storedCrc, h.at.dataCrc, h.label}));
-  }
-  d["hdrs"] = std::move(hdrs);
-  Json nodes = Json::array();
+  put(blocks);
   const KovJsonBlock* first = layout.GetBlocks().data();
-  for (const KovJsonNode& n : walk.nodes) {
-    // The step that the node adds to its parent's path.
-    std::string step = n.path;
-    if (n.parent >= 0) step = n.path.substr(walk.nodes[n.parent].path.size());
-    nodes.push_back(Json::array({static_cast<int>(n.kind), n.parent, step,
-                                 n.placed ? static_cast<int64_t>(n.bitIndex) : -1, n.bits,
-                                 n.blk - first, n.text, n.raw, n.hdr}));
-  }
-  d["nodes"] = std::move(nodes);
+  std::unordered_map<std::string, size_t> stepIndex;
+  Json steps = Json::array();
+  bool started = false;
+  KovJsonFieldWalk walk;
+  auto start = [&](const KovJsonFieldWalk& w) {
+    started = true;
+    Json hdrs = Json::array();
+    for (const KovJsonHdr& h : w.hdrs) {
+      hdrs.push_back(Json::array({h.at.offset, h.at.size, h.at.kovType, h.at.kovID, h.at.storedCrc,
+                                  h.at.dataCrc, h.label}));
+    }
+    out << ",\"hdrs\":";
+    put(hdrs);
+    out << ",\"nodes\":[";
+  };
+  kovToolEachInstance(layout, src, false, walk, [&](const KovJsonFieldWalk& w, size_t base) {
+    if (!started) start(w);
+    for (size_t k = 0; k < w.nodes.size(); ++k) {
+      const KovJsonNode& n = w.nodes[k];
+      // The step that the node adds to its parent's path, once in the table of steps.
+      std::string step = n.parent >= 0 ? n.path.substr(w.nodes[n.parent].path.size()) : n.path;
+      auto it = stepIndex.emplace(std::move(step), steps.size());
+      if (it.second) steps.push_back(it.first->first);
+      Json node = Json::array({static_cast<int>(n.kind), n.parent >= 0 ? k - n.parent : 0,
+                               it.first->second, n.placed ? static_cast<int64_t>(n.bitIndex) : -1,
+                               n.bits, n.blk - first, n.text, n.hdr});
+      out << (base + k == 0 ? "" : ",");
+      put(node);
+    }
+  });
+  if (!started) start(walk);
+  out << "],\"steps\":";
+  put(steps);
   Json faults = Json::array();
   if (src.salvage != nullptr) {
     for (const KovJsonFault& f : src.salvage->faults) {
       faults.push_back(Json::array({f.offset, kovJsonFaultName(f.kind), f.text}));
     }
   }
-  d["faults"] = std::move(faults);
-  d["damage"] = src.damage;
-  return d.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-std::string kovToolViewHtml(const std::string& data) {
-  std::string html = kKovViewHtml;
-  // Inside a script element the text "</" could end it: JSON may write it as "<\/".
-  std::string safe;
-  safe.reserve(data.size());
-  for (size_t i = 0; i < data.size(); ++i) {
-    safe += data[i];
-    if (data[i] == '<' && i + 1 < data.size() && data[i + 1] == '/') safe += '\\';
-  }
-  const std::string mark = "/*KOV_DATA*/";
-  size_t at = html.find(mark);
-  html.replace(at, mark.size(), safe);
-  return html;
+  out << ",\"faults\":";
+  put(faults);
+  out << ",\"damage\":";
+  put(src.damage);
+  out << "}" << html.substr(at + mark.size());
 }
 
 KovToolCommand kovToolAddView(CLI::App& app) {
@@ -109,12 +133,13 @@ KovToolCommand kovToolAddView(CLI::App& app) {
                 "The image has the partition number in front of every block instance");
   return {sub, [args]() {
             auto layout = kovToolLoadLayout(args->layout);
-            auto src = kovToolReadSource(*layout, args->image, true, true, args->prefixes);
+            auto src = kovToolReadSource(*layout, args->image, true, true, args->prefixes, false);
             std::string name = args->image == "-" ? "standard input" : args->image;
             name = name.substr(name.find_last_of('/') + 1);
             std::string lname = args->layout.substr(args->layout.find_last_of('/') + 1);
-            kovToolWriteOutput(args->out,
-                               kovToolViewHtml(kovToolViewData(*layout, *src, name, lname)));
+            KovToolStream out(args->out);
+            kovToolWriteView(*layout, *src, name, lname, out);
+            out.Close();
             return src->damage.empty() ? 0 : kKovToolRefused;
           }};
 }

@@ -300,6 +300,20 @@ TEST(Salvage, WritesWhatCanBeReadListsFaultsAndExitsOneOnLoss) {
   EXPECT_NE(dump.out.find("0x00006B  7       8  01                Channel bank[2].Channel "
                           "count = 1\n"),
             std::string::npos);
+
+  // General in front of Device info: the values of a salvaged image, walked in layout order,
+  // still stand in image order between their header and checksum.
+  Bytes swapped(bad.begin() + 0x18, bad.begin() + 0x32);
+  swapped.insert(swapped.end(), bad.begin(), bad.begin() + 0x18);
+  swapped.insert(swapped.end(), bad.begin() + 0x32, bad.end());
+  writeBytes(dir + "swapped.kov", swapped);
+  dump = kovtool("dump " + q(kLayout) + " " + q(dir + "swapped.kov"));
+  EXPECT_EQ(dump.status, 1);
+  EXPECT_NE(dump.out.find("0x000000         48  020100010014      header General: KOV name "
+                          "0x02010001, size 20\n"
+                          "0x000006  7       4  9                 General.Volume = 9\n"),
+            std::string::npos)
+      << dump.out;
 }
 
 // The page itself is tested in a browser (tools/browser/view_test.cjs); here, what the tool
@@ -321,12 +335,14 @@ TEST(View, WritesOneSelfContainedFileWithTheWalkEmbedded) {
   EXPECT_EQ(d["file"], "radio.kov");
   EXPECT_EQ(d["hdrs"].size(), 13u);
   EXPECT_EQ(d["hdrs"][3].dump(), R"([101,17,769,1,61383,61383,"Channel bank[2]"])");
-  // Each value's node carries its readable text beside its raw bits (145.500 / 0.005 = 0x71AC).
+  // Each value's node: its step, from the table of steps, its place, width and readable text;
+  // its parent a distance back, its header the third (Channel bank[1] at 0x32).
   bool found = false;
-  for (const Json& n : d["nodes"]) {
-    if (n[2] != ".Rx frequency" || n[3] != 0x42 * 8) continue;
-    EXPECT_EQ(n[6], "145.500");
-    EXPECT_EQ(n[7], "71AC");
+  for (size_t i = 0; i < d["nodes"].size(); ++i) {
+    const Json& n = d["nodes"][i];
+    if (d["steps"][n[2].get<size_t>()] != ".Rx frequency" || n[3] != 0x42 * 8) continue;
+    EXPECT_EQ(n.dump(), R"([1,1,)" + n[2].dump() + R"(,528,16,2,"145.500",2])");
+    EXPECT_EQ(d["steps"][d["nodes"][i - 1][2].get<size_t>()], ".Analog");
     found = true;
   }
   EXPECT_TRUE(found);
@@ -377,6 +393,17 @@ TEST(Dump, PartitionPrefixesMoveEveryPlace) {
   }
   EXPECT_EQ(jb["headers"][1]["partition"], 2);
   EXPECT_EQ(jb["headers"][1]["offset"], 0x1C);
+
+  // A damaged one is salvaged with its prefixes: a data bit of Channel bank[1] (header 0x38).
+  bytes[0x48] ^= 1;
+  writeBytes(dir + "d.kov", bytes);
+  ToolRun d = kovtool("dump --partition-prefix " + q(kLayout) + " " + q(dir + "d.kov"));
+  EXPECT_EQ(d.status, 1);
+  EXPECT_NE(d.out.find("0x000069         16  535F              checksum Channel bank[1]: BAD, "
+                       "the data gives 0xDE83\n"
+                       "0x00006B         16  0002              partition prefix: 2\n"),
+            std::string::npos)
+      << d.out;
 }
 
 }  // namespace

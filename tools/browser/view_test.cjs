@@ -2,7 +2,9 @@
 // puppeteer-core. Run by ctest as
 //   node view_test.cjs KOVTOOL SAMPLE_DIR OUT_DIR DEPS_DIR...
 // It loads the view of the sample radio, checks the tree, clicks a field in the tree and a byte
-// in the hex panel and checks what each highlights and the detail text, searches, and takes a
+// in the hex panel and checks what each highlights and the detail text, checks that bytes shared
+// by fields show each field's bits in its colour and that a click on a field's bits selects it,
+// searches, and takes a
 // screenshot (OUT_DIR/view.png; also to $KOV_VIEW_SCREENSHOT when set). Then it opens the view of
 // an image of 1 MiB and checks that only the rows in sight are in the document.
 // Exit 0 passed, 1 failed, 77 skipped (no chromium, node packages missing), with the reason.
@@ -118,9 +120,59 @@ async function main() {
       "offset    0x000020 (byte 32), MSB 7, bit 256", "width     80 bits",
       "raw       0x42617365203100000000", "value     \"Base 1\""], "detail of General.Radio alias");
 
-    // A byte clicked in the hex panel: the field that claims it, in the tree and the detail.
+    // Bytes shared by fields, split by bits (from the dump: General.Volume at 0x1E MSB 7 and
+    // Squelch at MSB 3, 4 bits each; Backlight 3 bits from 0x1F MSB 7, Beep MSB 4, Key lock
+    // MSB 2): each run of bits where it lies, in the colour of its field's swatch in the tree,
+    // the bits no field claims shaded.
     await page.mouse.move(5, 5);
-    await page.click('#hex .b[data-i="31"]');
+    const segments = byte => page.evaluate(b => {
+      const cell = document.querySelector(`#hex .b[data-i="${b}"]`).getBoundingClientRect();
+      const swatch = name => {
+        const row = [...document.querySelectorAll("#tree .t")]
+            .find(r => r.querySelector(".name")?.textContent === name);
+        return row ? getComputedStyle(row.querySelector(".sw")).backgroundColor : "";
+      };
+      return [...document.querySelectorAll(`#hex .b[data-i="${b}"] .s`)].map(e => {
+        const r = e.getBoundingClientRect(), n = e.dataset.n;
+        const name = n === undefined ? "free" : document.querySelector(`#tree .t[data-node="${n}"] .name`)?.textContent;
+        return {bits: [Math.round((r.left - cell.left) / cell.width * 8),
+                       Math.round((r.right - cell.left) / cell.width * 8)],
+                name, colourOfItsField: n === undefined ? e.classList.contains("free") :
+                    getComputedStyle(e).backgroundColor === swatch(name)};
+      });
+    }, byte);
+    eq(await segments(30), [{bits: [0, 4], name: "Volume", colourOfItsField: true},
+                            {bits: [4, 8], name: "Squelch", colourOfItsField: true}],
+       "the bits of byte 0x1E");
+    eq(await segments(31), [{bits: [0, 3], name: "Backlight", colourOfItsField: true},
+                            {bits: [3, 4], name: "Beep", colourOfItsField: true},
+                            {bits: [4, 5], name: "free", colourOfItsField: true},
+                            {bits: [5, 6], name: "Key lock", colourOfItsField: true},
+                            {bits: [6, 8], name: "free", colourOfItsField: true}],
+       "the bits of byte 0x1F");
+    const volume = await page.evaluate(() => getComputedStyle(document.querySelector('#hex .b[data-i="30"] .s')).backgroundColor);
+    const squelch = await page.evaluate(() => getComputedStyle(document.querySelectorAll('#hex .b[data-i="30"] .s')[1]).backgroundColor);
+    check(volume !== squelch, "two fields of one byte in two colours", [volume, squelch]);
+    // A click on the second field's bits selects that field, not the byte's first.
+    const clickBits = async (byte, k) => {
+      const at = await page.evaluate((b, k) => {
+        const r = document.querySelectorAll(`#hex .b[data-i="${b}"] .s`)[k].getBoundingClientRect();
+        return [r.left + r.width / 2, r.top + r.height / 2];
+      }, byte, k);
+      await page.mouse.click(at[0], at[1]);
+      await page.mouse.move(5, 5);
+    };
+    await clickBits(30, 1);
+    await page.waitForFunction(() => document.querySelector("#tree .t.sel .name")?.textContent === "Squelch");
+    detail = await page.$eval("#detail", e => e.textContent);
+    eq(detail.split("\n").slice(0, 1).concat(detail.split("\n").slice(4, 6)), [
+      "General.Squelch", "offset    0x00001E (byte 30), MSB 3, bit 244", "width     4 bits"],
+       "detail of General.Squelch, clicked on its bits");
+    eq(await page.$$eval('#hex .b[data-i="30"] .s.sel', els => els.map(e => +e.dataset.f)), [4],
+       "the selected field's bits marked");
+
+    // A byte clicked in the hex panel: the field that claims it, in the tree and the detail.
+    await clickBits(31, 0);
     await page.waitForFunction(() => document.querySelector("#tree .t.sel .name")?.textContent === "Backlight");
     detail = await page.$eval("#detail", e => e.textContent);
     eq(detail.split("\n").slice(4, 8), [
