@@ -123,27 +123,13 @@ class ValuesReader {
     std::vector<std::pair<const std::vector<KovJsonField>*, Node>> chain;
   };
 
-  // The name of a value's type for messages, as kovJsonTypeName gives it.
+  // The name of a value's type for messages, as kovJsonTypeName gives it; by KovValueTree::Type.
   std::string TypeName(Node v) const {
-    switch (tree.TypeOf(v)) {
-      case Type::Object:
-        return "an object";
-      case Type::Array:
-        return "an array";
-      case Type::String:
-        return "a string";
-      case Type::Bool:
-        return "true or false";
-      case Type::Null:
-        return "null";
-      case Type::Unsigned:
-      case Type::Integer:
-      case Type::Float:
-        return "a number";
-      case Type::Other:
-        break;
-    }
-    return kovJsonTypeName(tree.ToJson(v));
+    static const char* const kNames[] = {"null",     "true or false", "a number",  "a number",
+                                         "a number", "a string",      "an object", "an array"};
+    Type type = tree.TypeOf(v);
+    if (type == Type::Other) return kovJsonTypeName(tree.ToJson(v));
+    return kNames[static_cast<int>(type)];
   }
 
   // The index in fields of the field named key; hint is where the search starts, since the
