@@ -7,7 +7,8 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <set>
+#include <unordered_set>
+#include <utility>
 
 #include "kovjson/jsonlayout.h"
 
@@ -36,66 +37,107 @@ bool readAll(int fd, std::string& bytes) {
   }
 }
 
-// A SAX reader that stops at the first key given twice in one object, keeping its JSON pointer.
-// nlohmann keeps the last of two equal keys without a word; a file that says two things about
-// one member is refused instead. One set of keys an open object: linear in the text.
-class DuplicateKeyFinder : public nlohmann::json_sax<Json> {
+// A SAX reader that builds the document and finds the first key given twice in one object,
+// keeping its JSON pointer. nlohmann keeps the last of two equal keys without a word; a file that
+// says two things about one member is refused instead. A syntax error anywhere is told before a
+// repeated key, so after one the reading goes on without building. One pass over the text; a
+// key is looked for among the members before it, through a set once an object has many, so the
+// reading stays linear in the text.
+class DomBuilder {
  public:
-  std::string pointer;
-  std::string repeated;
+  using number_integer_t = Json::number_integer_t;
+  using number_unsigned_t = Json::number_unsigned_t;
+  using number_float_t = Json::number_float_t;
+  using string_t = Json::string_t;
+  using binary_t = Json::binary_t;
 
-  bool null() override { return Value(); }
-  bool boolean(bool) override { return Value(); }
-  bool number_integer(number_integer_t) override { return Value(); }
-  bool number_unsigned(number_unsigned_t) override { return Value(); }
-  bool number_float(number_float_t, const string_t&) override { return Value(); }
-  bool string(string_t&) override { return Value(); }
-  bool binary(binary_t&) override { return Value(); }
-  bool start_object(std::size_t) override {
-    Value();
-    frames.push_back({true, {}, "", 0});
-    return true;
-  }
-  bool key(string_t& name) override {
+  Json doc;
+  std::string pointer;   // of the first repeated key
+  std::string repeated;  // its name; empty when no key repeats
+  std::string syntax;    // the text of a syntax error; empty when there is none
+
+  bool null() { return Value(Json()); }
+  bool boolean(bool v) { return Value(Json(v)); }
+  bool number_integer(number_integer_t v) { return Value(Json(v)); }
+  bool number_unsigned(number_unsigned_t v) { return Value(Json(v)); }
+  bool number_float(number_float_t v, const string_t&) { return Value(Json(v)); }
+  bool string(string_t& v) { return Value(Json(std::move(v))); }
+  bool binary(binary_t& v) { return Value(Json::binary(std::move(v))); }
+  bool start_object(std::size_t) { return Open(Json::object()); }
+  bool key(string_t& name) {
+    if (!repeated.empty()) return true;
     Frame& top = frames.back();
+    Json::object_t& members = *top.value->get_ptr<Json::object_t*>();
+    bool twice = false;
+    if (members.size() < kLinearKeys) {
+      for (const auto& member : members) twice = twice || member.first == name;
+    } else {
+      if (top.keys.empty()) {
+        for (const auto& member : members) top.keys.insert(member.first);
+      }
+      twice = !top.keys.insert(name).second;
+    }
     top.name = name;
-    if (top.keys.insert(name).second) return true;
-    pointer = Pointer();
-    repeated = name;
-    return false;
-  }
-  bool end_object() override { return End(); }
-  bool start_array(std::size_t) override {
-    Value();
-    frames.push_back({false, {}, "", 0});
+    if (twice) {
+      repeated = name;
+      pointer = Pointer();
+      return true;
+    }
+    members.emplace_back(std::move(name), Json());
+    top.member = &members.back().second;
     return true;
   }
-  bool end_array() override { return End(); }
-  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+  bool end_object() { return Close(); }
+  bool start_array(std::size_t) { return Open(Json::array()); }
+  bool end_array() { return Close(); }
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& e) {
+    syntax = withoutExceptionTag(e.what());
     return false;
   }
 
  private:
+  // Objects with fewer members look a key up among them; larger ones keep a set.
+  static constexpr size_t kLinearKeys = 16;
+
   struct Frame {
-    bool isObject;
-    std::set<std::string> keys;
-    std::string name;  // object: the member being read
-    size_t next;       // array: the index of the next element
+    Json* value;                           // the object or array
+    Json* member = nullptr;                // object: where the member being read goes
+    std::string name;                      // object: the name of the member being read
+    size_t next = 0;                       // array: the index of the next element
+    std::unordered_set<std::string> keys;  // object: its keys, once it has many
   };
 
-  // A value starts in the innermost container: an array counts it.
-  bool Value() {
-    if (!frames.empty() && !frames.back().isObject) ++frames.back().next;
+  // The place of the next value: the document, an array's end or the member of the last key.
+  // An array counts the value, for the pointer.
+  Json* Slot() {
+    if (frames.empty()) return &doc;
+    Frame& top = frames.back();
+    if (top.value->is_object()) return top.member;
+    ++top.next;
+    Json::array_t& items = *top.value->get_ptr<Json::array_t*>();
+    items.emplace_back();
+    return &items.back();
+  }
+  // Once a key repeated, the rest is only read for a syntax error.
+  bool Value(Json&& v) {
+    if (repeated.empty()) *Slot() = std::move(v);
     return true;
   }
-  bool End() {
-    frames.pop_back();
+  bool Open(Json&& container) {
+    if (!repeated.empty()) return true;
+    Json* slot = Slot();
+    *slot = std::move(container);
+    frames.push_back(Frame{slot, nullptr, "", 0, {}});
+    return true;
+  }
+  bool Close() {
+    if (repeated.empty()) frames.pop_back();
     return true;
   }
   std::string Pointer() const {
     std::string at;
     for (const Frame& f : frames) {
-      at = f.isObject ? kovJsonPointerTo(at, f.name) : kovJsonPointerTo(at, f.next - 1);
+      at = f.value->is_object() ? kovJsonPointerTo(at, f.name) : kovJsonPointerTo(at, f.next - 1);
     }
     return at;
   }
@@ -132,18 +174,13 @@ std::string kovJsonReadFile(const std::string& path) {
 }
 
 Json kovJsonParse(const std::string& text, const std::string& file) {
-  Json doc;
-  try {
-    doc = Json::parse(text);
-  } catch (const nlohmann::json::exception& e) {
-    throw KovJsonError(file, "", "not valid JSON: " + withoutExceptionTag(e.what()));
+  DomBuilder builder;
+  Json::sax_parse(text, &builder);
+  if (!builder.syntax.empty()) throw KovJsonError(file, "", "not valid JSON: " + builder.syntax);
+  if (!builder.repeated.empty()) {
+    throw KovJsonError(file, builder.pointer, "member '" + builder.repeated + "' is given twice");
   }
-  // The document parsed, so the second reading fails only where a key repeats.
-  DuplicateKeyFinder finder;
-  if (!Json::sax_parse(text, &finder)) {
-    throw KovJsonError(file, finder.pointer, "member '" + finder.repeated + "' is given twice");
-  }
-  return doc;
+  return std::move(builder.doc);
 }
 
 std::string kovJsonTypeName(const Json& v) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "kovjson/jsonread.h"
@@ -9,24 +10,17 @@
 namespace {
 
 using Json = nlohmann::ordered_json;
+using Node = KovValueNode;
+using Type = KovValueTree::Type;
 
 // The measuring of a data layout against a map of pack fields (CKovMap<uint32_t, CKovPkField*>).
 constexpr int kPkFieldMapKind = 1;
 
-// The instances a block's value holds: an object is one instance, an array several.
-std::vector<const Json*> instancesOf(const Json& v) {
-  std::vector<const Json*> out;
-  if (v.is_array()) {
-    for (const Json& e : v) out.push_back(&e);
-  } else {
-    out.push_back(&v);
-  }
-  return out;
-}
-
 uint64_t maxForBits(uint32_t bits) { return bits >= 32 ? 0xFFFFFFFFu : (uint64_t{1} << bits) - 1; }
 
-bool decodeUtf8(const std::string& s, std::vector<uint32_t>& out) {
+// Decodes s into code points; false at the first malformed sequence, with the code points before
+// it in out.
+bool decodeUtf8(std::string_view s, std::vector<uint32_t>& out) {
   for (size_t i = 0; i < s.size();) {
     auto c = static_cast<unsigned char>(s[i]);
     int extra = c < 0x80 ? 0 : c >= 0xF0 ? 3 : c >= 0xE0 ? 2 : c >= 0xC0 ? 1 : -1;
@@ -43,46 +37,77 @@ const char* blkKindWord(const KovJsonBlock& blk) {
   return blk.multi ? "multi-instance block" : "block";
 }
 
-// Reads the values of one file against one layout.
+// Where a value stands in the tree, as a chain up to the root on the stack of the reader. Its
+// JSON pointer is built only when the value is refused.
+struct Place {
+  const Place* parent = nullptr;  // null: the root
+  std::string_view key;           // a member's name, unless isIndex
+  size_t index = 0;
+  bool isIndex = false;
+
+  Place() = default;
+  Place(const Place& parent, std::string_view key) : parent(&parent), key(key) {}
+  Place(const Place& parent, size_t index) : parent(&parent), index(index), isIndex(true) {}
+
+  std::string Pointer() const {
+    if (parent == nullptr) return "";
+    std::string up = parent->Pointer();
+    return isIndex ? kovJsonPointerTo(up, index) : kovJsonPointerTo(up, std::string(key));
+  }
+};
+
+// Reads the values of one tree against one layout.
 class ValuesReader {
  public:
-  ValuesReader(const CKovJsonLayout& layout, const Json& root, const std::string& file)
-      : layout(layout), root(root), in(file) {}
+  ValuesReader(const CKovJsonLayout& layout, const KovValueTree& tree, const std::string& file)
+      : layout(layout), tree(tree), root(tree.Root()), in(file) {}
 
   std::unique_ptr<KovJsonPackData> Read() {
-    in.Object(root, "");
-    for (const auto& item : root.items()) {
-      if (layout.FindBlock(item.key()) == nullptr) {
-        in.Fail(kovJsonPointerTo("", item.key()),
-                "no block named '" + item.key() + "' in " + layout.GetFile());
+    Place top;
+    if (tree.TypeOf(root) != Type::Object) in.Fail("", "must be an object, not " + TypeName(root));
+    KovValueIter it;
+    std::string_view key;
+    Node value;
+    while (tree.NextMember(root, it, key, value)) {
+      std::string name(key);
+      if (layout.FindBlock(name) == nullptr) {
+        in.Fail(kovJsonPointerTo("", name), "no block named '" + name + "' in " + layout.GetFile());
       }
     }
     auto data = std::make_unique<KovJsonPackData>();
     for (const KovJsonBlock& blk : layout.GetBlocks()) {
-      auto it = root.find(blk.name);
-      if (it == root.end()) continue;
-      std::string at = kovJsonPointerTo("", blk.name);
-      if (!it->is_object() && !it->is_array()) {
-        in.Fail(at, "a block's value is an object (one instance) or an array of them, not " +
-                        kovJsonTypeName(*it));
+      Node v = tree.Find(root, blk.name);
+      if (v.IsNull()) continue;
+      Place at(top, blk.name);
+      Type type = tree.TypeOf(v);
+      if (type != Type::Object && type != Type::Array) {
+        in.Fail(at.Pointer(),
+                "a block's value is an object (one instance) or an array of them, "
+                "not " +
+                    TypeName(v));
       }
-      std::vector<const Json*> instances = instancesOf(*it);
-      if (instances.empty()) continue;
+      size_t count = type == Type::Array ? tree.Size(v) : 1;
+      if (count == 0) continue;
       // Two instances of a single-instance block would share one KOV name.
-      if (instances.size() > 1 && !blk.multi) {
-        in.Fail(at, kovFormat("block '%s' is not multi-instance: give one instance, not %zu",
-                              blk.name.c_str(), instances.size()));
+      if (count > 1 && !blk.multi) {
+        in.Fail(at.Pointer(),
+                kovFormat("block '%s' is not multi-instance: give one instance, not %zu",
+                          blk.name.c_str(), count));
       }
       auto entries = std::make_unique<CKovPkEntryList>();
       std::vector<uint16_t> sizes;
-      for (size_t i = 0; i < instances.size(); ++i) {
-        std::string iat = it->is_array() ? kovJsonPointerTo(at, i) : at;
+      sizes.reserve(count);
+      KovValueIter elements;
+      for (size_t i = 0; i < count; ++i) {
+        Node instance = v;
+        if (type == Type::Array) tree.NextElement(v, elements, instance);
+        Place iat = type == Type::Array ? Place(at, i) : at;
         Ctx ctx{&blk, i + 1, {}};
-        std::unique_ptr<CKovPkEntry> entry = Entry(blk.fields, *instances[i], iat, ctx);
+        std::unique_ptr<CKovPkEntry> entry = Entry(blk.fields, instance, iat, ctx);
         sizes.push_back(DataSize(blk, *entry, iat));
         entries->AddTail(entry.release());
       }
-      data->numInstances += static_cast<uint32_t>(instances.size());
+      data->numInstances += static_cast<uint32_t>(count);
       // new, not make_unique: the block's memory is had before the list is let go, so a failed
       // allocation leaves the list with entries, and the constructor owns it from its start.
       data->blocks.push_back(
@@ -94,63 +119,96 @@ class ValuesReader {
 
  private:
   // Where a value stands: its block, the instance (from 1) and the entries that enclose it, each
-  // as its fields and its object in the file, outermost first.
+  // as its fields and its object in the tree, outermost first.
   struct Ctx {
     const KovJsonBlock* blk;
     size_t instance;
-    std::vector<std::pair<const std::vector<KovJsonField>*, const Json*>> chain;
+    std::vector<std::pair<const std::vector<KovJsonField>*, Node>> chain;
   };
 
-  std::unique_ptr<CKovPkEntry> Entry(const std::vector<KovJsonField>& fields, const Json& obj,
-                                     const std::string& at, Ctx& ctx) {
-    if (!obj.is_object())
-      in.Fail(at, "an entry is an object of fields, not " + kovJsonTypeName(obj));
-    for (const auto& item : obj.items()) {
-      bool known = false;
-      for (const KovJsonField& f : fields) known = known || f.name == item.key();
-      if (known) continue;
+  // The name of a value's type for messages, as kovJsonTypeName gives it; by KovValueTree::Type.
+  std::string TypeName(Node v) const {
+    static const char* const kNames[] = {"null",     "true or false", "a number",  "a number",
+                                         "a number", "a string",      "an object", "an array"};
+    Type type = tree.TypeOf(v);
+    if (type == Type::Other) return kovJsonTypeName(tree.ToJson(v));
+    return kNames[static_cast<int>(type)];
+  }
+
+  // The index in fields of the field named key; hint is where the search starts, since the
+  // members of an entry usually come in the order of its fields. fields.size() when none is.
+  static size_t FieldIndex(const std::vector<KovJsonField>& fields, std::string_view key,
+                           size_t hint) {
+    for (size_t k = 0; k < fields.size(); ++k) {
+      size_t i = hint + k < fields.size() ? hint + k : hint + k - fields.size();
+      if (fields[i].name == key) return i;
+    }
+    return fields.size();
+  }
+
+  std::unique_ptr<CKovPkEntry> Entry(const std::vector<KovJsonField>& fields, Node obj,
+                                     const Place& at, Ctx& ctx) {
+    if (tree.TypeOf(obj) != Type::Object)
+      in.Fail(at.Pointer(), "an entry is an object of fields, not " + TypeName(obj));
+    // The value of each field by its index, in a region of the scratch vector that inner entries
+    // leave as they found it.
+    size_t base = scratch.size();
+    scratch.resize(base + fields.size());
+    KovValueIter it;
+    std::string_view key;
+    Node value;
+    size_t hint = 0;
+    while (tree.NextMember(obj, it, key, value)) {
+      size_t i = FieldIndex(fields, key, hint);
+      if (i < fields.size()) {
+        scratch[base + i] = value;
+        hint = i + 1 < fields.size() ? i + 1 : 0;
+        continue;
+      }
       std::string names;
       for (const KovJsonField& f : fields) {
         if (f.quantityOf.empty()) names += (names.empty() ? "'" : ", '") + f.name + "'";
       }
-      in.Fail(kovJsonPointerTo(at, item.key()),
-              "no field '" + item.key() + "' here" +
+      in.Fail(Place(at, key).Pointer(),
+              "no field '" + std::string(key) + "' here" +
                   (names.empty() ? std::string(": this entry has no fields")
                                  : "; the fields are " + names));
     }
     auto entry = std::make_unique<CKovPkEntry>(static_cast<int>(fields.size()));
-    ctx.chain.emplace_back(&fields, &obj);
+    ctx.chain.emplace_back(&fields, obj);
     for (size_t i = 0; i < fields.size(); ++i) {
       const KovJsonField& f = fields[i];
-      std::string fat = kovJsonPointerTo(at, f.name);
-      std::unique_ptr<CKovField> value;
-      auto it = obj.find(f.name);
-      if (it != obj.end()) {
+      Place fat(at, f.name);
+      std::unique_ptr<CKovField> field;
+      Node v = scratch[base + i];
+      if (!v.IsNull()) {
         if (!f.quantityOf.empty()) {
-          in.Fail(fat, "'" + f.name + "' holds the quantity of list '" + f.quantityOf +
-                           "', which the pack writes from the list's entries: leave it out");
+          in.Fail(fat.Pointer(), "'" + f.name + "' holds the quantity of list '" + f.quantityOf +
+                                     "', which the pack writes from the list's entries: leave it "
+                                     "out");
         }
-        value = Value(f, *it, fat, ctx);
+        field = Value(f, v, fat, ctx);
       } else if (f.kind == KovJsonKind::List && f.listFormat != FixedSzNoLeq) {
-        value = Value(f, Json::array(), fat, ctx);
+        field = EmptyList(f, fat, ctx);
       } else {
         continue;
       }
-      auto pkField = std::make_unique<CKovPkField>(value.get());
-      value.release();
+      auto pkField = std::make_unique<CKovPkField>(field.get());
+      field.release();
       entry->AddPkField(f.id, pkField.release(), static_cast<int>(i));
     }
     ctx.chain.pop_back();
+    scratch.resize(base);
     return entry;
   }
 
-  std::unique_ptr<CKovField> Value(const KovJsonField& f, const Json& v, const std::string& at,
-                                   Ctx& ctx) {
+  std::unique_ptr<CKovField> Value(const KovJsonField& f, Node v, const Place& at, Ctx& ctx) {
     switch (f.kind) {
       case KovJsonKind::Number:
         return std::make_unique<CKovNumField>(Stored(f, v, at), f.id, f.bits);
       case KovJsonKind::Char:
-        return std::make_unique<CKovCharField>(CharCode(f, v, at), f.id, f.bits);
+        return std::make_unique<CKovCharField>(CharCode(f, tree.ToJson(v), at.Pointer()), f.id,
+                                               f.bits);
       case KovJsonKind::String:
         return std::make_unique<CKovStrField>(StringBytes(f, v, at).c_str(), f.id,
                                               f.chars * f.charType);
@@ -164,7 +222,16 @@ class ValuesReader {
     return nullptr;
   }
 
-  // The stored number of a number field's value; the format of the field says how it reads.
+  // The stored number of a number field's value; the format of the field says how it reads. A
+  // plain unsigned number in range is read in place; anything else as JSON.
+  uint32_t Stored(const KovJsonField& f, Node v, const Place& at) {
+    if (f.format.IsPlain() && tree.TypeOf(v) == Type::Unsigned) {
+      uint64_t value = tree.Unsigned(v);
+      if (value <= maxForBits(f.bits)) return static_cast<uint32_t>(value);
+    }
+    return Stored(f, tree.ToJson(v), at.Pointer());
+  }
+
   uint32_t Stored(const KovJsonField& f, const Json& v, const std::string& at) {
     if (f.format.IsPlain()) return static_cast<uint32_t>(in.ToUInt(v, at, 0, maxForBits(f.bits)));
     uint32_t stored = 0;
@@ -177,7 +244,7 @@ class ValuesReader {
     uint64_t code = 0;
     if (v.is_string()) {
       std::vector<uint32_t> cps;
-      if (!decodeUtf8(v.get<std::string>(), cps) || cps.size() != 1) {
+      if (!decodeUtf8(v.get_ref<const std::string&>(), cps) || cps.size() != 1) {
         in.Fail(at, "a character is a string of one character or its code, not " + v.dump());
       }
       code = cps[0];
@@ -196,36 +263,54 @@ class ValuesReader {
     return static_cast<uint16_t>(code);
   }
 
-  std::string StringBytes(const KovJsonField& f, const Json& v, const std::string& at) {
-    if (!v.is_string()) in.Fail(at, "must be a string, not " + kovJsonTypeName(v));
-    std::vector<uint32_t> cps;
-    decodeUtf8(v.get<std::string>(), cps);
+  std::string StringBytes(const KovJsonField& f, Node v, const Place& at) {
+    if (tree.TypeOf(v) == Type::String) return StringBytes(f, tree.String(v), at);
+    Json j = tree.ToJson(v);
+    if (!j.is_string()) in.Fail(at.Pointer(), "must be a string, not " + kovJsonTypeName(j));
+    return StringBytes(f, j.get_ref<const std::string&>(), at);
+  }
+
+  // The bytes of a string value: the characters up to the first malformed UTF-8 sequence.
+  std::string StringBytes(const KovJsonField& f, std::string_view text, const Place& at) {
+    cps.clear();
+    decodeUtf8(text, cps);
     if (cps.size() > f.chars) {
-      in.Fail(at, kovFormat("%zu characters do not fit the field's %u", cps.size(), f.chars));
+      in.Fail(at.Pointer(),
+              kovFormat("%zu characters do not fit the field's %u", cps.size(), f.chars));
     }
     std::string bytes;
+    bytes.reserve(cps.size());
     for (uint32_t cp : cps) {
-      if (cp == 0) in.Fail(at, "a string can't hold the character 0, which ends it");
+      if (cp == 0) in.Fail(at.Pointer(), "a string can't hold the character 0, which ends it");
       if (f.charType == CKovCharFieldLayout::Char4Bit && (cp < '0' || cp > '?')) {
-        in.Fail(at, "a string of 4-bit characters holds digits only, '0' to '9'");
+        in.Fail(at.Pointer(), "a string of 4-bit characters holds digits only, '0' to '9'");
       }
       if (cp > 0xFF) {
-        in.Fail(at, kovFormat("character U+%04X is not an 8-bit character (U+0001 to U+00FF)", cp));
+        in.Fail(at.Pointer(),
+                kovFormat("character U+%04X is not an 8-bit character (U+0001 to U+00FF)", cp));
       }
       bytes += static_cast<char>(cp);
     }
     return bytes;
   }
 
-  // The instances block blk has in the file.
+  // The instances block blk has in the tree.
   size_t InstancesInFile(const KovJsonBlock& blk) {
-    auto it = root.find(blk.name);
-    if (it == root.end()) return 0;
-    return it->is_array() ? it->size() : 1;
+    Node v = tree.Find(root, blk.name);
+    if (v.IsNull()) return 0;
+    return tree.TypeOf(v) == Type::Array ? tree.Size(v) : 1;
   }
 
-  uint32_t KovName(const KovJsonField& f, const Json& v, const std::string& at) {
-    if (!v.is_object()) return static_cast<uint32_t>(in.ToUInt(v, at, 0, maxForBits(f.bits)));
+  // Instance n (from 1) of the value of a block: an array's element, or the one object.
+  Node InstanceOf(Node v, size_t n) {
+    if (tree.TypeOf(v) != Type::Array) return n == 1 ? v : Node();
+    return n <= tree.Size(v) ? tree.At(v, n - 1) : Node();
+  }
+
+  uint32_t KovName(const KovJsonField& f, Node node, const Place& place) {
+    if (tree.TypeOf(node) != Type::Object) return Stored(f, node, place);
+    Json v = tree.ToJson(node);
+    std::string at = place.Pointer();
     in.Keys(v, at, {"block", "instance"});
     const KovJsonBlock* blk = layout.FindBlock(f.refBlkID);
     if (v.contains("block")) {
@@ -253,33 +338,45 @@ class ValuesReader {
     return kovGetKovName(blk->kovType, id);
   }
 
-  std::unique_ptr<CKovField> List(const KovJsonField& f, const Json& v, const std::string& at,
-                                  Ctx& ctx) {
-    if (!v.is_array()) in.Fail(at, "a list is an array of entries, not " + kovJsonTypeName(v));
-    if (v.size() > f.maxEntries) {
-      in.Fail(at, kovFormat("%zu entries, but list '%s' holds at most %u", v.size(), f.name.c_str(),
-                            f.maxEntries));
+  // A list left out of its entry: packed empty, as an empty array would be.
+  std::unique_ptr<CKovField> EmptyList(const KovJsonField& f, const Place& at, Ctx& ctx) {
+    CheckQuantityRule(f, 0, at, ctx);
+    auto list =
+        std::make_unique<CKovListField>(f.id, 0, static_cast<uint16_t>(f.maxEntries), nullptr);
+    list->SetImageSize(0);
+    return list;
+  }
+
+  std::unique_ptr<CKovField> List(const KovJsonField& f, Node v, const Place& at, Ctx& ctx) {
+    if (tree.TypeOf(v) != Type::Array)
+      in.Fail(at.Pointer(), "a list is an array of entries, not " + TypeName(v));
+    size_t count = tree.Size(v);
+    if (count > f.maxEntries) {
+      in.Fail(at.Pointer(), kovFormat("%zu entries, but list '%s' holds at most %u", count,
+                                      f.name.c_str(), f.maxEntries));
     }
-    CheckQuantityRule(f, v.size(), at, ctx);
-    auto list = std::make_unique<CKovListField>(f.id, static_cast<uint32_t>(v.size()),
+    CheckQuantityRule(f, count, at, ctx);
+    auto list = std::make_unique<CKovListField>(f.id, static_cast<uint32_t>(count),
                                                 static_cast<uint16_t>(f.maxEntries), nullptr);
-    for (size_t i = 0; i < v.size(); ++i) {
-      list->AddEntryToList(Entry(f.entry, v[i], kovJsonPointerTo(at, i), ctx).release());
+    KovValueIter it;
+    Node e;
+    for (size_t i = 0; tree.NextElement(v, it, e); ++i) {
+      list->AddEntryToList(Entry(f.entry, e, Place(at, i), ctx).release());
     }
     // A fixed list takes all its entries in the image, also those left out.
-    uint64_t qty = f.listFormat == FixedSzNoLeq ? f.maxEntries : v.size();
+    uint64_t qty = f.listFormat == FixedSzNoLeq ? f.maxEntries : count;
     list->SetImageSize(static_cast<uint32_t>(qty * f.entryBits));
     return list;
   }
 
   // A calculated quantity must give the entries the list has, or the list would read back
   // another length.
-  void CheckQuantityRule(const KovJsonField& f, size_t count, const std::string& at, Ctx& ctx) {
+  void CheckQuantityRule(const KovJsonField& f, size_t count, const Place& at, Ctx& ctx) {
     if (f.listFormat != VarSzCalcLeq && f.listFormat != VarSzCalcLeqAlt) return;
     if (f.qtyIsConstant) {
       if (count != f.qtyConstant) {
-        in.Fail(at, kovFormat("%zu entries, but list '%s' always holds %u", count, f.name.c_str(),
-                              f.qtyConstant));
+        in.Fail(at.Pointer(), kovFormat("%zu entries, but list '%s' always holds %u", count,
+                                        f.name.c_str(), f.qtyConstant));
       }
       return;
     }
@@ -287,23 +384,22 @@ class ValuesReader {
     const KovJsonField* qf = kovJsonTopField(*src, f.qtyFieldID);
     size_t instance = src->multi ? ctx.instance : 1;
     uint64_t value = 0;
-    auto it = root.find(src->name);
-    if (it != root.end()) {
-      std::vector<const Json*> instances = instancesOf(*it);
-      if (instance <= instances.size() && instances[instance - 1]->is_object()) {
-        auto vit = instances[instance - 1]->find(qf->name);
-        if (vit != instances[instance - 1]->end()) {
-          std::string vat = kovJsonPointerTo(
-              it->is_array() ? kovJsonPointerTo(kovJsonPointerTo("", src->name), instance - 1)
-                             : kovJsonPointerTo("", src->name),
-              qf->name);
-          value = Stored(*qf, *vit, vat);
+    Node blkValue = tree.Find(root, src->name);
+    if (!blkValue.IsNull()) {
+      Node obj = InstanceOf(blkValue, instance);
+      if (!obj.IsNull() && tree.TypeOf(obj) == Type::Object) {
+        Node qv = tree.Find(obj, qf->name);
+        if (!qv.IsNull()) {
+          Place top;
+          Place blkAt(top, src->name);
+          Place instAt = tree.TypeOf(blkValue) == Type::Array ? Place(blkAt, instance - 1) : blkAt;
+          value = Stored(*qf, qv, Place(instAt, qf->name));
         }
       }
     }
     int64_t qty = std::max<int64_t>(0, static_cast<int64_t>(value) * f.qtyScale + f.qtyOffset);
     if (static_cast<uint64_t>(qty) != count) {
-      in.Fail(at,
+      in.Fail(at.Pointer(),
               kovFormat("%zu entries, but the quantity of list '%s' is %lld: '%s' of block "
                         "'%s' [%zu] is %llu (times %lld plus %lld)",
                         count, f.name.c_str(), static_cast<long long>(qty), qf->name.c_str(),
@@ -312,21 +408,26 @@ class ValuesReader {
     }
   }
 
-  std::unique_ptr<CKovField> Union(const KovJsonField& f, const Json& v, const std::string& at,
-                                   Ctx& ctx) {
+  std::unique_ptr<CKovField> Union(const KovJsonField& f, Node v, const Place& at, Ctx& ctx) {
     std::string names;
     for (const KovJsonOption& o : f.options) names += (names.empty() ? "" : ", ") + o.name;
-    if (!v.is_object() || v.size() != 1) {
-      in.Fail(at, "a union is an object with one member, named for its option (" + names + ")");
+    if (tree.TypeOf(v) != Type::Object || tree.Size(v) != 1) {
+      in.Fail(at.Pointer(),
+              "a union is an object with one member, named for its option (" + names + ")");
     }
-    const std::string& name = v.begin().key();
+    KovValueIter it;
+    std::string_view key;
+    Node value;
+    tree.NextMember(v, it, key, value);
+    std::string name(key);
     const KovJsonOption* option = f.FindOption(name);
-    std::string oat = kovJsonPointerTo(at, name);
+    Place oat(at, key);
     if (option == nullptr) {
-      in.Fail(oat, "union '" + f.name + "' has no option '" + name + "'; it has " + names);
+      in.Fail(oat.Pointer(),
+              "union '" + f.name + "' has no option '" + name + "'; it has " + names);
     }
     CheckSelection(f, *option, at, ctx);
-    std::unique_ptr<CKovPkEntry> entry = Entry(option->fields, v.begin().value(), oat, ctx);
+    std::unique_ptr<CKovPkEntry> entry = Entry(option->fields, value, oat, ctx);
     auto u = std::make_unique<CKovUnionField>(f.id, option->id, entry.get());
     entry.release();
     uint32_t bits = option->bits;
@@ -341,11 +442,11 @@ class ValuesReader {
     return u;
   }
 
-  // The value of discriminant d as the file gives it, when it can be found: in an entry that
+  // The value of discriminant d as the tree gives it, when it can be found: in an entry that
   // encloses the union, or at the top of another block. A discriminant left out is 0.
   std::optional<KovJsonDiscrValue> DiscrValue(const KovJsonDiscr& d, const Ctx& ctx) {
     const KovJsonField* field = nullptr;
-    const Json* obj = nullptr;
+    Node obj;
     if (d.blkID == ctx.blk->id) {
       for (auto it = ctx.chain.rbegin(); it != ctx.chain.rend() && field == nullptr; ++it) {
         for (const KovJsonField& f : *it->first) {
@@ -357,37 +458,35 @@ class ValuesReader {
       }
     } else if (const KovJsonBlock* other = layout.FindBlock(d.blkID)) {
       field = kovJsonTopField(*other, d.fieldID);
-      auto it = root.find(other->name);
-      if (it == root.end()) return std::nullopt;
-      std::vector<const Json*> instances = instancesOf(*it);
-      size_t instance = other->multi ? ctx.instance : 1;
-      if (instance > instances.size()) return std::nullopt;
-      obj = instances[instance - 1];
+      Node blkValue = tree.Find(root, other->name);
+      if (blkValue.IsNull()) return std::nullopt;
+      obj = InstanceOf(blkValue, other->multi ? ctx.instance : 1);
     }
-    if (field == nullptr || obj == nullptr || !obj->is_object()) return std::nullopt;
+    if (field == nullptr || obj.IsNull() || tree.TypeOf(obj) != Type::Object) return std::nullopt;
     KovJsonDiscrValue value;
     value.isText = field->kind == KovJsonKind::String;
-    auto it = obj->find(field->name);
-    if (it == obj->end()) return value;
-    if (value.isText && it->is_string()) {
-      value.text = it->get<std::string>();
+    Node node = tree.Find(obj, field->name);
+    if (node.IsNull()) return value;
+    Json v = tree.ToJson(node);
+    if (value.isText && v.is_string()) {
+      value.text = v.get<std::string>();
     } else if (field->kind == KovJsonKind::Number && !field->format.IsPlain()) {
       std::string why;
-      if (!kovJsonNumberToStored(field->format, field->bits, *it, value.number, why)) {
+      if (!kovJsonNumberToStored(field->format, field->bits, v, value.number, why)) {
         return std::nullopt;
       }
-    } else if (it->is_number_unsigned()) {
-      value.number = static_cast<uint32_t>(it->get<uint64_t>());
-    } else if (field->kind == KovJsonKind::Char && it->is_string() &&
-               it->get_ref<const std::string&>().size() == 1) {
-      value.number = static_cast<uint8_t>(it->get_ref<const std::string&>()[0]);
+    } else if (v.is_number_unsigned()) {
+      value.number = static_cast<uint32_t>(v.get<uint64_t>());
+    } else if (field->kind == KovJsonKind::Char && v.is_string() &&
+               v.get_ref<const std::string&>().size() == 1) {
+      value.number = static_cast<uint8_t>(v.get_ref<const std::string&>()[0]);
     } else {
       return std::nullopt;
     }
     return value;
   }
 
-  void CheckSelection(const KovJsonField& f, const KovJsonOption& option, const std::string& at,
+  void CheckSelection(const KovJsonField& f, const KovJsonOption& option, const Place& at,
                       const Ctx& ctx) {
     std::vector<KovJsonDiscrValue> values;
     for (const KovJsonDiscr& d : f.discrs) {
@@ -415,13 +514,14 @@ class ValuesReader {
       shown += (shown.empty() ? "" : ", ") +
                (v.isText ? "\"" + v.text + "\"" : std::to_string(v.number));
     }
-    in.Fail(at, "option '" + option.name + "' is given, but the discriminant value" +
-                    (values.size() == 1 ? " " : "s ") + shown +
-                    (values.size() == 1 ? " selects" : " select") +
-                    (selected != nullptr ? " option '" + selected->name + "'" : " no option"));
+    in.Fail(at.Pointer(),
+            "option '" + option.name + "' is given, but the discriminant value" +
+                (values.size() == 1 ? " " : "s ") + shown +
+                (values.size() == 1 ? " selects" : " select") +
+                (selected != nullptr ? " option '" + selected->name + "'" : " no option"));
   }
 
-  uint16_t DataSize(const KovJsonBlock& blk, const CKovPkEntry& entry, const std::string& at) {
+  uint16_t DataSize(const KovJsonBlock& blk, const CKovPkEntry& entry, const Place& at) {
     const CKovDataLayout* dl = blk.layout->GetDataLayout();
     uint64_t bits = uint64_t{blk.layout->GetNumCfgBytes()} * 8;
     for (const KovJsonField& f : blk.fields) {
@@ -439,10 +539,11 @@ class ValuesReader {
     if (blk.padded) {
       uint64_t padded = blk.layout->GetMaxDataSzInBytes();
       if (bytes > padded) {
-        in.Fail(at, kovFormat("the values reach %llu bytes, beyond the %llu bytes the block is "
-                              "padded to",
-                              static_cast<unsigned long long>(bytes),
-                              static_cast<unsigned long long>(padded)));
+        in.Fail(at.Pointer(),
+                kovFormat("the values reach %llu bytes, beyond the %llu bytes the block is "
+                          "padded to",
+                          static_cast<unsigned long long>(bytes),
+                          static_cast<unsigned long long>(padded)));
       }
       return static_cast<uint16_t>(padded);
     }
@@ -451,110 +552,22 @@ class ValuesReader {
   }
 
   const CKovJsonLayout& layout;
-  const Json& root;
+  const KovValueTree& tree;
+  const Node root;
   KovJsonReader in;
-};
-
-// A reference to an instance the image holds reads as {"block", "instance"}; anything else, 0
-// included, as the number.
-Json kovNameValue(const CKovJsonLayout& layout, const CKovUp& up, const KovJsonField& f,
-                  uint32_t name) {
-  if (f.bits != 32 || name == 0) return name;
-  const KovJsonBlock* blk = layout.FindBlockByKovType(static_cast<uint16_t>(name >> 16));
-  if (blk == nullptr || blk->kind == KovJsonBlkKind::DistKls) return name;
-  uint32_t id = name & 0xFFFF;
-  uint32_t instance = blk->multi ? id + 1 : (id == blk->kovID ? 1 : 0);
-  const CKovUpStdBlk* read = up.GetUnpackedBlk(blk->id);
-  if (instance == 0 || read == nullptr || instance > read->GetBlkInstanceQty()) return name;
-  Json ref = Json::object();
-  ref["block"] = blk->name;
-  ref["instance"] = instance;
-  return ref;
-}
-
-// Writes the values of an unpack.
-class ValuesWriter {
- public:
-  ValuesWriter(const CKovJsonLayout& layout, const CKovUp& up) : layout(layout), up(up) {}
-
-  Json Write() {
-    Json root = Json::object();
-    for (const KovJsonBlock& blk : layout.GetBlocks()) {
-      const CKovUpStdBlk* read = up.GetUnpackedBlk(blk.id);
-      if (read == nullptr) continue;
-      // The pack generates a header block that has no fields of its own.
-      if (blk.kind == KovJsonBlkKind::Header && blk.fields.empty()) continue;
-      int qty = read->GetBlkInstanceQty();
-      if (qty == 1 && !blk.multi) {
-        root[blk.name] = Entry(blk.fields, read->GetUpEntry(1));
-        continue;
-      }
-      Json instances = Json::array();
-      for (int i = 1; i <= qty; ++i) instances.push_back(Entry(blk.fields, read->GetUpEntry(i)));
-      root[blk.name] = std::move(instances);
-    }
-    return root;
-  }
-
- private:
-  Json Entry(const std::vector<KovJsonField>& fields, const CKovUpEntry* entry) {
-    Json obj = Json::object();
-    if (entry == nullptr) return obj;
-    for (const KovJsonField& f : fields) {
-      if (!f.quantityOf.empty()) continue;
-      CKovUpField* const* field = entry->GetUpFieldMap().PLookup(f.id);
-      if (field == nullptr || *field == nullptr || (*field)->GetData() == nullptr) continue;
-      obj[f.name] = Value(f, (*field)->GetData());
-    }
-    return obj;
-  }
-
-  Json Value(const KovJsonField& f, const CKovField* v) {
-    if (v->IsList()) {
-      Json entries = Json::array();
-      const CKovUpEntryList* list = static_cast<const CKovListField*>(v)->GetUpEntryList();
-      if (list != nullptr) {
-        for (const CKovUpEntry* e : *list) entries.push_back(Entry(f.entry, e));
-      }
-      return entries;
-    }
-    if (v->IsUnion()) {
-      auto u = static_cast<const CKovUnionField*>(v);
-      const KovJsonOption* option = f.FindOption(u->GetLayoutID());
-      Json obj = Json::object();
-      if (option != nullptr) obj[option->name] = Entry(option->fields, u->GetUpEntry());
-      return obj;
-    }
-    return kovJsonUnpackedValue(layout, up, f, v);
-  }
-
-  const CKovJsonLayout& layout;
-  const CKovUp& up;
+  std::vector<Node> scratch;  // the values of the fields of the entries being read
+  std::vector<uint32_t> cps;  // the code points of the string being read
 };
 
 }  // namespace
 
-Json kovJsonUnpackedValue(const CKovJsonLayout& layout, const CKovUp& up, const KovJsonField& f,
-                          const CKovField* v) {
-  if (v->IsNumber()) {
-    return kovJsonNumberFromStored(f.format, f.bits,
-                                   static_cast<const CKovNumField*>(v)->GetValue());
-  }
-  if (v->IsChar()) {
-    uint16_t code = static_cast<const CKovCharField*>(v)->GetValue();
-    if (code >= 0x20 && code < 0x7F) return std::string(1, static_cast<char>(code));
-    return code;
-  }
-  if (v->IsString()) {
-    return kovJsonUtf8FromLatin1(static_cast<const CKovStrField*>(v)->GetValue());
-  }
-  if (v->IsKovName()) {
-    return kovNameValue(layout, up, f, static_cast<const CKovNameField*>(v)->GetValue());
-  }
-  return nullptr;
+std::unique_ptr<KovJsonPackData> kovJsonPackData(const CKovJsonLayout& layout, const Json& values,
+                                                 const std::string& file) {
+  return kovJsonPackTree(layout, KovJsonValueTree(values), file);
 }
 
-std::unique_ptr<KovJsonPackData> kovJsonPackData(const CKovJsonLayout& layout, const Json& values,
+std::unique_ptr<KovJsonPackData> kovJsonPackTree(const CKovJsonLayout& layout,
+                                                 const KovValueTree& values,
                                                  const std::string& file) {
   return ValuesReader(layout, values, file).Read();
 }
@@ -569,10 +582,6 @@ std::vector<uint8_t> kovJsonPackImage(const CKovJsonLayout& layout, const KovJso
   return std::vector<uint8_t>(image.GetBytesArray(), image.GetBytesArray() + used);
 }
 
-Json kovJsonUnpackedValues(const CKovJsonLayout& layout, const CKovUp& up) {
-  return ValuesWriter(layout, up).Write();
-}
-
 bool kovJsonLatin1FromUtf8(const std::string& text, std::string& bytes) {
   std::vector<uint32_t> cps;
   if (!decodeUtf8(text, cps)) return false;
@@ -582,18 +591,4 @@ bool kovJsonLatin1FromUtf8(const std::string& text, std::string& bytes) {
     bytes += static_cast<char>(cp);
   }
   return true;
-}
-
-std::string kovJsonUtf8FromLatin1(const std::string& bytes) {
-  std::string text;
-  for (char ch : bytes) {
-    auto c = static_cast<unsigned char>(ch);
-    if (c < 0x80) {
-      text += static_cast<char>(c);
-    } else {
-      text += static_cast<char>(0xC0 | c >> 6);
-      text += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return text;
 }

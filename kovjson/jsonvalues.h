@@ -30,6 +30,7 @@
 
 #include "kov/kov.h"
 #include "kovjson/jsonlayout.h"
+#include "kovjson/valuetree.h"
 
 // The pack blocks of one values file and the map a CKovPk is made over.
 struct KovJsonPackData {
@@ -41,6 +42,11 @@ struct KovJsonPackData {
 // Builds the pack data of values (read from file) for layout; throws KovJsonError.
 std::unique_ptr<KovJsonPackData> kovJsonPackData(const CKovJsonLayout& layout,
                                                  const nlohmann::ordered_json& values,
+                                                 const std::string& file);
+// The same for values held in any tree of values (kovjson/valuetree.h), read in place: the
+// objects of a scripting language go to the pack without becoming JSON first.
+std::unique_ptr<KovJsonPackData> kovJsonPackTree(const CKovJsonLayout& layout,
+                                                 const KovValueTree& values,
                                                  const std::string& file);
 
 // Packs data into an image of the layout's maximum size and returns the bytes used. Non-zero

@@ -227,6 +227,10 @@ TEST(JsonValues, RefusesEachFaultOfTheSampleWithPointerAndText) {
   auto layout = CKovJsonLayout::LoadFile(sample, false);
   std::string seventeen = "[";
   for (int i = 0; i < 17; ++i) seventeen += std::string(i ? "," : "") + "{}";
+  // An object with more members than the parse compares one by one, then one of them again.
+  std::string many = R"({"General": {)";
+  for (int i = 0; i < 20; ++i) many += "\"m" + std::to_string(i) + "\": 0, ";
+  many += R"("m3": 1}})";
   const std::string ch = R"({"Channel bank": [{"Channels": [{"Kind": )";
   struct Case {
     std::string values;
@@ -280,6 +284,13 @@ TEST(JsonValues, RefusesEachFaultOfTheSampleWithPointerAndText) {
        "instance in this file"},
       {R"({"General": {"Startup bank": {"block": "Nope", "instance": 1}}})",
        "v.json: /General/Startup bank/block: no block named \"Nope\" in " + sample},
+      {many, "v.json: /General/m3: member 'm3' is given twice"},
+      {R"({"Channel bank": [{}, {"Channels": [], "Channels": []}]})",
+       "v.json: /Channel bank/1/Channels: member 'Channels' is given twice"},
+      // A syntax error is told before a key given twice ahead of it.
+      {R"({"General": {"Volume": 1, "Volume": 2}, })",
+       "v.json: not valid JSON: parse error at line 1, column 41: syntax error while parsing "
+       "object key - unexpected '}'; expected string literal"},
       {"{\"General\": }",
        "v.json: not valid JSON: parse error at line 1, column 13: syntax error "
        "while parsing value - unexpected '}'; expected '[', '{', or a literal"},

@@ -5,16 +5,17 @@
 // bytearrays and memoryviews back into such dicts. Failures raise subclasses of kov.Error that
 // carry the library's text and where it happened: LayoutError and ValuesError the file name and
 // the JSON pointer, ImageError the byte offset when one is known. unpack and dump read an image
-// as kovtool does (kovJsonUnpackFile): faults in the layout's words, strict unless lenient. The
-// conversion of Python values to and from JSON is in pyvalues.h. The library's exception
-// pointers are caught and deleted here; nothing but a Python exception leaves a call.
+// as kovtool does (kovJsonUnpackFile): faults in the layout's words, strict unless lenient. Pack
+// reads the dict in place as a value tree, and unpacked values become Python objects, through
+// pyvalues.h. The library's exception pointers are caught and deleted here; nothing but a Python
+// exception leaves a call.
 //
 // Threads: the GIL is released while the library loads, packs, unpacks and walks, so threads
 // working on different images run in parallel over one shared Layout. A call reads its input
-// from Python objects (the values dict, the buffer) while it still holds the GIL, and copies
-// what it needs, so another thread changing them meanwhile can't reach the library. The
-// library's message boxes are collected per thread and become warnings (load, unpack) or a
-// ValuesError (pack: a value the library could not store).
+// from Python objects (the values dict, the buffer) while it still holds the GIL: pack reads the
+// dict into the library's pack data, unpack copies the buffer; so another thread changing them
+// meanwhile can't reach the library. The library's message boxes are collected per thread and
+// become warnings (load, unpack) or a ValuesError (pack: a value the library could not store).
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -230,23 +231,28 @@ class Layout {
   std::string Tree() const { return CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout()); }
 
   py::bytes Pack(py::handle values, bool prefixes) const {
-    Json json;
-    try {
-      if (!PyDict_Check(values.ptr())) {
-        throw KovJsonError("<values>", "", "the values must be a dict of blocks");
-      }
-      json = kovPyToJson(values.ptr());
-    } catch (const KovJsonError& e) {
-      raise(Failure{FailKind::Values, e.GetText(), e.GetFile(), e.GetPointer(), true, -1});
-    }
-    std::vector<uint8_t> bytes;
+    // The values are read in place, under the GIL; the pack itself runs without it.
+    std::unique_ptr<KovJsonPackData> data;
     Failure fail;
+    std::vector<std::string> messages;
     {
-      py::gil_scoped_release nogil;
       MessageCapture capture;
       fail = guarded(FailKind::Values, [&] {
-        std::unique_ptr<KovJsonPackData> data = kovJsonPackData(*layout, json, "<values>");
+        if (!PyDict_Check(values.ptr())) {
+          throw KovJsonError("<values>", "", "the values must be a dict of blocks");
+        }
+        data = kovJsonPackTree(*layout, KovPyValueTree(values.ptr()), "<values>");
+      });
+      messages = std::move(capture.texts);
+    }
+    std::vector<uint8_t> bytes;
+    if (!fail) {
+      py::gil_scoped_release nogil;
+      MessageCapture capture;
+      capture.texts = std::move(messages);
+      fail = guarded(FailKind::Values, [&] {
         bytes = kovJsonPackImage(*layout, *data, prefixes, "");
+        data.reset();
       });
       // The library shows a value it can't store in a message box and goes on.
       if (!fail && !capture.texts.empty()) {

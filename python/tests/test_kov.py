@@ -176,6 +176,10 @@ def _loop():
      "9 characters do not fit the field's 8"),
     ({"Settings": {"Items": [{"Kind": 1, "Body": {"Code": {"Digits": "1"}}}]}},
      "/Settings/Items/0/Body", "option 'Code' is given, but the discriminant value 1 selects option 'Tone'"),
+    # A tuple is read as a list, in place, with its indexes in the pointer.
+    ({"Settings": {"Items": ({"Kind": 0}, {"Kind": 1, "Body": {"Code": {"Digits": "1"}}})}},
+     "/Settings/Items/1/Body", "option 'Code' is given, but the discriminant value 1 selects option 'Tone'"),
+    ({"Settings": {"Alias": "\ud800"}}, "/Settings/Alias", "the string can't be encoded as UTF-8"),
     (_loop(), "/Settings/Items" + "/0" * 63,
      "nested too deep (a dict or list that contains itself?)"),
     ([], "", "the values must be a dict of blocks"),
