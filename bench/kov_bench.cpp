@@ -156,6 +156,31 @@ void w1PackWhole(benchmark::State& state) {
   setW1Counters(state, b);
 }
 
+// The same with the pack tree made in an arena of the application's (kov/platform/arena.h): built
+// and freed inside its scope, packed outside it, the arena dropped whole.
+void w1PackWholeArena(benchmark::State& state) {
+  uint32_t b = static_cast<uint32_t>(state.range(0));
+  const W1Data& data = w1Data(b);
+  for (auto _ : state) {
+    CKovArena arena;
+    std::unique_ptr<w1::PackTree> tree;
+    {
+      KovArenaScope scope(&arena);
+      tree = w1::makePackTree(w1Layout(), data.banks);
+    }
+    CKovImage image(b * w1::kInstanceSz);
+    {
+      CKovPk pk(&tree->blks, 0);
+      uint32_t used = 0;
+      pk.FillImage(w1Layout(), &image, used, nullptr, 0, 0, 0);
+    }
+    benchmark::DoNotOptimize(image.GetBytesArray());
+    KovArenaScope scope(&arena);
+    tree.reset();
+  }
+  setW1Counters(state, b);
+}
+
 // What the application pays for an unpack: the CKovUp made, unpacked and freed.
 void w1UnpackWhole(benchmark::State& state) {
   uint32_t b = static_cast<uint32_t>(state.range(0));
@@ -359,6 +384,7 @@ void registerAll() {
   for (uint32_t b : kW1Sizes) {
     auto arg = [b](benchmark::internal::Benchmark* bm) { withStats(bm->ArgName("B")->Arg(b)); };
     arg(benchmark::RegisterBenchmark("w1_pack_whole/kov", w1PackWhole));
+    arg(benchmark::RegisterBenchmark("w1_pack_whole_arena/kov", w1PackWholeArena));
     arg(benchmark::RegisterBenchmark("w1_unpack_whole/kov", w1UnpackWhole));
     arg(benchmark::RegisterBenchmark("w1_json_pack/kov", w1JsonPack));
     arg(benchmark::RegisterBenchmark("w1_json_unpack/kov", w1JsonUnpack));
@@ -437,6 +463,8 @@ class SummaryReporter : public benchmark::ConsoleReporter {
     print("  what a user pays at B=3000 (M = 10^6):\n");
     rate("    W1 pack: build the tree, pack, free; fields/s (target >= 15M)",
          key("w1_pack_whole/kov", "B:3000"), "fields");
+    rate("    W1 pack, the tree in the application's arena; fields/s",
+         key("w1_pack_whole_arena/kov", "B:3000"), "fields");
     rate("    W1 unpack: make, unpack, free; fields/s (target >= 25M, aim 40M)",
          key("w1_unpack_whole/kov", "B:3000"), "fields");
     rate("    W1 values text to image, fields/s (target >= 3M)", key("w1_json_pack/kov", "B:3000"),

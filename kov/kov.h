@@ -40,6 +40,7 @@
 #include "kov/pack/pkpatchmap.h"
 #include "kov/pack/pkstdblk.h"
 #include "kov/pack/stdblk.h"
+#include "kov/platform/arena.h"
 #include "kov/platform/docview.h"
 #include "kov/platform/exception.h"
 #include "kov/platform/fhmevfilehandler.h"

@@ -75,6 +75,8 @@ class ValuesReader {
       }
     }
     auto data = std::make_unique<KovJsonPackData>();
+    // The tree is made in the data's arena; what a refusal leaves half-made is freed in it too.
+    KovArenaScope scope(&data->arena);
     for (const KovJsonBlock& blk : layout.GetBlocks()) {
       Node v = tree.Find(root, blk.name);
       if (v.IsNull()) continue;

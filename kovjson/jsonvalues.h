@@ -32,8 +32,21 @@
 #include "kovjson/jsonlayout.h"
 #include "kovjson/valuetree.h"
 
-// The pack blocks of one values file and the map a CKovPk is made over.
+// The pack blocks of one values file and the map a CKovPk is made over. The pack tree below the
+// blocks (entries, pack fields, values) is made in the arena of the data and goes with it in
+// one piece (kov/platform/arena.h): a values file of a million values costs a pointer bump each
+// rather than two trips to the heap and back.
 struct KovJsonPackData {
+  KovJsonPackData() = default;
+  ~KovJsonPackData() {
+    KovArenaScope scope(&arena);
+    blocks.clear();
+  }
+  KovJsonPackData(const KovJsonPackData&) = delete;
+  KovJsonPackData& operator=(const KovJsonPackData&) = delete;
+
+  // Declared first, so that it goes last.
+  CKovArena arena;
   std::vector<std::unique_ptr<CKovPkStdBlk>> blocks;
   KovPkBlkMap pkBlks;
   uint32_t numInstances = 0;  // block instances given, listlets not counted

@@ -27,7 +27,7 @@ CKovField* kovCopyField(const CKovField* field) {
 
 CKovPkEntry* kovCopyPkEntry(const CKovPkEntry* entry) {
   if (entry == nullptr) return nullptr;
-  const std::vector<CKovPkField*>& slots = *entry->GetOrderedPkEntryArr();
+  const CKovPkEntry::PkFieldArr& slots = *entry->GetOrderedPkEntryArr();
   auto copy = std::make_unique<CKovPkEntry>(static_cast<int>(slots.size()));
   for (size_t i = 0; i < slots.size(); ++i) {
     if (slots[i] == nullptr) continue;

@@ -11,14 +11,14 @@
 
 CKovPkEntry::CKovPkEntry(int numberOfFields)
     : orderedPkFields(static_cast<size_t>(std::max(numberOfFields, 0)), nullptr) {
+  UseCurrentArena();
   Reserve(orderedPkFields.size());
 }
 
-// A field may sit in several slots, or in a slot and among the displaced: each is deleted once.
+// A field may stand in several slots and among the displaced ones: both arrays are sorted in
+// place and walked together, each field deleted once. Nothing is allocated, so freeing an entry
+// can't fail.
 CKovPkEntry::~CKovPkEntry() {
-  // A field may stand in several slots and among the displaced ones: both arrays are sorted in
-  // place and walked together, each field deleted once. Nothing is allocated, so freeing an entry
-  // can't fail.
   std::sort(orderedPkFields.begin(), orderedPkFields.end());
   std::sort(displaced.begin(), displaced.end());
   const CKovPkField* last = nullptr;

@@ -6,6 +6,8 @@
 // the pack's patch map (not owning) and goes on; PkFailed throws
 // "Failed trying to write field %d in block %s [%d] to image." (id, block name, instance).
 // A field id unknown to the data layout throws "Layout not found for field %d in block %d.".
+// An entry made while an arena's scope is open keeps its map and arrays in that arena, as the
+// entry itself and its fields are (see kov/platform/arena.h).
 #ifndef KOV_PACK_PKENTRY_H
 #define KOV_PACK_PKENTRY_H
 
@@ -23,6 +25,9 @@ class CKovPkEntry : public KovPkFieldMap {
   // An entry with numberOfFields empty slots.
   explicit CKovPkEntry(int numberOfFields = 0);
   virtual ~CKovPkEntry();
+  // Made in the arena of an open scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   CKovPkEntry(const CKovPkEntry&) = delete;
   CKovPkEntry& operator=(const CKovPkEntry&) = delete;
 
@@ -34,7 +39,8 @@ class CKovPkEntry : public KovPkFieldMap {
   // leaves the entry as it was and field with the caller.
   void AddPkField(uint32_t id, CKovPkField* field, int position);
 
-  const std::vector<CKovPkField*>* GetOrderedPkEntryArr() const { return &orderedPkFields; }
+  using PkFieldArr = std::vector<CKovPkField*, KovArenaAllocator<CKovPkField*>>;
+  const PkFieldArr* GetOrderedPkEntryArr() const { return &orderedPkFields; }
   const KovPkFieldMap& GetPkFieldMap() const { return *this; }
 
   // Writes every field in slot order from (entryStartByte, entryMsbStart); returns 1 or throws.
@@ -43,9 +49,9 @@ class CKovPkEntry : public KovPkFieldMap {
                    const CKovCpLayout* cpLayout, uint16_t blkID, int instance) const;
 
  private:
-  std::vector<CKovPkField*> orderedPkFields;
+  PkFieldArr orderedPkFields;
   // Fields pushed out of their slot by a later one: the entry owns them and the slots' fields.
-  std::vector<CKovPkField*> displaced;
+  PkFieldArr displaced;
 };
 
 #endif  // KOV_PACK_PKENTRY_H

@@ -1,6 +1,7 @@
 // CKovPkEntryList: the entries of a block (one per instance) or of a list value, in order.
 //
-// Owns its entries and deletes them with itself. Index access is O(1).
+// Owns its entries and deletes them with itself. Index access is O(1). A list made while an
+// arena's scope is open keeps its array in that arena (see kov/platform/arena.h).
 #ifndef KOV_PACK_PKENTRYLIST_H
 #define KOV_PACK_PKENTRYLIST_H
 
@@ -13,6 +14,9 @@ class CKovPkEntryList {
  public:
   CKovPkEntryList() = default;
   virtual ~CKovPkEntryList();
+  // Made in the arena of an open scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   CKovPkEntryList(const CKovPkEntryList&) = delete;
   CKovPkEntryList& operator=(const CKovPkEntryList&) = delete;
 
@@ -25,11 +29,12 @@ class CKovPkEntryList {
     return index >= 0 && static_cast<size_t>(index) < entries.size() ? entries[index] : nullptr;
   }
 
-  std::vector<CKovPkEntry*>::const_iterator begin() const { return entries.begin(); }
-  std::vector<CKovPkEntry*>::const_iterator end() const { return entries.end(); }
+  using Entries = std::vector<CKovPkEntry*, KovArenaAllocator<CKovPkEntry*>>;
+  Entries::const_iterator begin() const { return entries.begin(); }
+  Entries::const_iterator end() const { return entries.end(); }
 
  private:
-  std::vector<CKovPkEntry*> entries;
+  Entries entries;
 };
 
 #endif  // KOV_PACK_PKENTRYLIST_H

@@ -17,6 +17,9 @@ class CKovPkField {
   // Takes ownership of data (not null).
   explicit CKovPkField(CKovField* data) : data(data) {}
   virtual ~CKovPkField() { delete data; }
+  // Made in the arena of an open scope, or on the heap (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   CKovPkField(const CKovPkField&) = delete;
   CKovPkField& operator=(const CKovPkField&) = delete;
 

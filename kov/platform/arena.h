@@ -6,20 +6,24 @@
 // the arena's chunks go with it, and no destructor of a result object runs.
 //
 // Which allocations come from the arena: while a KovArenaScope is open on a thread, the objects
-// of the result classes (CKovField and its kinds, CKovUpField, CKovUpEntry, CKovUpEntryList,
-// CKovUpBlkInstance and its kinds, CKovUpStdBlk) that the thread makes with new come from that
-// scope's arena (kovArenaNew), and a delete of one of them frees nothing (kovArenaDelete): the
-// arena takes it back with the rest. The containers inside those objects follow their owner: a
-// CKovMap told UseCurrentArena, and a container with a KovArenaAllocator made in the scope, take
-// their memory from the same arena. Outside a scope all of these use the ordinary heap, as the
-// application's own objects (the values it packs, the copies it makes of unpacked values) do.
-// The library opens the scope only around its own work in an unpack and closes it around the
-// application's functions that an unpack calls (KovArenaPause), so an object the application
-// makes is never in an arena.
+// of the value classes (CKovField and its kinds, CKovUpField, CKovUpEntry, CKovUpEntryList,
+// CKovUpBlkInstance and its kinds, CKovUpStdBlk, CKovPkField, CKovPkEntry, CKovPkEntryList)
+// that the thread makes with new come from that scope's arena (kovArenaNew), and a delete of one
+// of them frees nothing (kovArenaDelete): the arena takes it back with the rest. The containers
+// inside those objects follow their owner: a CKovMap told UseCurrentArena, and a container with a
+// KovArenaAllocator made in the scope, take their memory from the same arena. Outside a scope all
+// of these use the ordinary heap, as they always did.
 //
-// The rule that follows: whatever an unpack makes inside its scope is deleted inside a scope of
-// the same arena, or not at all. The results are const to the application, so it never deletes
-// or grows them.
+// The library opens a scope around its own work in an unpack and closes it around the
+// application's functions that an unpack calls (KovArenaPause), so an object the application
+// makes there is never in an arena. An application may open one of its own around the building
+// of a pack tree, so that making the tree costs a pointer bump a value (kov::json does, for the
+// pack data it builds from a values file).
+//
+// The rule that follows, for the library and the application alike: whatever is made inside a
+// scope is deleted inside a scope of the same arena, or not at all, before the arena goes; a
+// delete outside any scope of memory from an arena is undefined. An unpack's results are const
+// to the application, so it never deletes or grows them.
 //
 // Cost: an allocation is a pointer bump, 8-byte aligned; chunks grow from 4 KiB to 256 KiB
 // with what was handed out, and a request above a quarter of a chunk gets a chunk of its own.
