@@ -17,8 +17,7 @@
 // The library opens a scope around its own work in an unpack and closes it around the
 // application's functions that an unpack calls (KovArenaPause), so an object the application
 // makes there is never in an arena. An application may open one of its own around the building
-// of a pack tree, so that making the tree costs a pointer bump a value (kov::json does, for the
-// pack data it builds from a values file).
+// of a pack tree, so that making the tree costs a pointer bump a value.
 //
 // The rule that follows, for the library and the application alike: whatever is made inside a
 // scope is deleted inside a scope of the same arena, or not at all, before the arena goes; a
