@@ -528,10 +528,6 @@ TEST(KlsUnpack, MemoryStaysWithinAMultipleOfTheImage) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 // Bytes an unpack of image allocates, all told; the outcome's text in text ("" when it read).
 long long unpackAllocates(const CKovCpLayout* layout, const Bytes& image, std::string& text) {
   long long before = kovTestBytesAllocated();
