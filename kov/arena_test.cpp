@@ -45,6 +45,32 @@ TEST(Arena, HandsOutAlignedRunsThatDoNotOverlapAndReleasesThemAll) {
   EXPECT_NE(arena.Allocate(32), nullptr);
 }
 
+TEST(Arena, KeepsReleasedLargestChunksForTheNextArenaUpToItsTrim) {
+  kovArenaTrimCache();
+  EXPECT_EQ(kovArenaCachedBytes(), 0u);
+  {
+    CKovArena arena;
+    // Runs until the arena has grown chunks of the largest size, 256 KiB.
+    while (arena.GetBytesHeld() < 4 * 256 * 1024) arena.Allocate(64 * 1024);
+  }
+#if defined(KOV_ARENA_ASAN)
+  EXPECT_EQ(kovArenaCachedBytes(), 0u);
+#else
+  const size_t kept = kovArenaCachedBytes();
+  ASSERT_GE(kept, 2u * 256 * 1024);
+  EXPECT_EQ(kept % (256 * 1024), 0u);
+  // A second arena grown as far takes the kept chunks before asking the heap.
+  {
+    CKovArena arena;
+    while (arena.GetBytesHeld() < 4 * 256 * 1024) arena.Allocate(64 * 1024);
+    EXPECT_LT(kovArenaCachedBytes(), kept);
+  }
+  EXPECT_EQ(kovArenaCachedBytes(), kept);
+#endif
+  kovArenaTrimCache();
+  EXPECT_EQ(kovArenaCachedBytes(), 0u);
+}
+
 TEST(Arena, ScopesChooseWhereResultObjectsAndArenaMapsLive) {
   CKovArena arena;
   std::unique_ptr<CKovNumField> outside(new CKovNumField(1, 1, 8));

@@ -1,11 +1,62 @@
 #include "kov/platform/arena.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace {
 
 constexpr size_t kFirstChunkSz = 4 * 1024;
 constexpr size_t kLargestChunkSz = 256 * 1024;
+constexpr size_t kCacheLimit = size_t{64} * 1024 * 1024;
+
+// Chunks of the largest size that released arenas left for the next ones, up to kCacheLimit in
+// all. Without them each unpack of a long-running program would take fresh pages from the system
+// and fault every one of them in again: the allocator gives the memory of a released arena back
+// when it lies at the top of the heap, and a chunk of the largest size is mapped on its own.
+// Under AddressSanitizer nothing is kept, so that a read through a dangling pointer into a
+// released arena meets freed memory rather than the results of a later unpack.
+struct ChunkCache {
+  std::mutex mutex;
+  void* head = nullptr;  // each cached chunk's first word links to the next
+  size_t bytes = 0;
+};
+
+ChunkCache& chunkCache() {
+  // Never destroyed: an arena may be released by a static destructor after this one would run.
+  static ChunkCache* cache = new ChunkCache;
+  return *cache;
+}
+
+void* takeCachedChunk() {
+#if defined(KOV_ARENA_ASAN)
+  return nullptr;
+#else
+  ChunkCache& cache = chunkCache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  void* chunk = cache.head;
+  if (chunk != nullptr) {
+    cache.head = *static_cast<void**>(chunk);
+    cache.bytes -= kLargestChunkSz;
+  }
+  return chunk;
+#endif
+}
+
+// Keeps chunk (of the largest size) for a later arena if the cache has room; else false.
+bool cacheChunk(void* chunk) noexcept {
+#if defined(KOV_ARENA_ASAN)
+  (void)chunk;
+  return false;
+#else
+  ChunkCache& cache = chunkCache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  if (cache.bytes + kLargestChunkSz > kCacheLimit) return false;
+  *static_cast<void**>(chunk) = cache.head;
+  cache.head = chunk;
+  cache.bytes += kLargestChunkSz;
+  return true;
+#endif
+}
 
 // The scope of each thread. Every allocation of an unpack reads it, so it sits in the static
 // thread-local block, one load away, rather than behind a call that finds the library's block.
@@ -22,7 +73,8 @@ void* CKovArena::AllocateSlow(size_t size) {
   const bool alone = size > grown / 4;
   if (size > std::numeric_limits<size_t>::max() - hdrSz) throw std::bad_alloc();
   const size_t chunkSz = alone ? hdrSz + size : grown;
-  Chunk* chunk = static_cast<Chunk*>(::operator new(chunkSz));
+  void* memory = chunkSz == kLargestChunkSz ? takeCachedChunk() : nullptr;
+  Chunk* chunk = static_cast<Chunk*>(memory != nullptr ? memory : ::operator new(chunkSz));
   chunk->size = chunkSz;
   m_held += chunkSz;
   char* data = reinterpret_cast<char*>(chunk) + hdrSz;
@@ -48,12 +100,34 @@ void CKovArena::Release() noexcept {
     Chunk* prev = m_chunks->prev;
     // What was deleted inside the arena was marked freed for the sanitizer: give it back whole.
     kovArenaUnpoison(m_chunks, m_chunks->size);
-    ::operator delete(m_chunks);
+    if (m_chunks->size != kLargestChunkSz || !cacheChunk(m_chunks)) ::operator delete(m_chunks);
     m_chunks = prev;
   }
   m_chunkData = m_next = m_end = nullptr;
   m_used = 0;
   m_held = 0;
+}
+
+void kovArenaTrimCache() noexcept {
+  ChunkCache& cache = chunkCache();
+  void* head = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(cache.mutex);
+    head = cache.head;
+    cache.head = nullptr;
+    cache.bytes = 0;
+  }
+  while (head != nullptr) {
+    void* next = *static_cast<void**>(head);
+    ::operator delete(head);
+    head = next;
+  }
+}
+
+size_t kovArenaCachedBytes() noexcept {
+  ChunkCache& cache = chunkCache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  return cache.bytes;
 }
 
 CKovArena* kovCurrentArena() noexcept { return t_arena; }
