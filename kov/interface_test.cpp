@@ -121,4 +121,28 @@ TEST(Interface, TotalNumberOfFieldsOutlivesTheHandOverOfTheEntry) {
   EXPECT_EQ(a->GetTotNumFields(), 3u);
 }
 
+// A data layout's second AddField of an id: the pack and the unpack both take the layout the map
+// holds last (the first lies outside the block's data, where a read ends the entry), and the
+// unpacked entry holds the id once.
+TEST(Interface, IdAddedTwiceIsReadWithItsLastLayoutIntoOneKey) {
+  LayoutBuilder b;
+  CKovBlkLayout* a = b.Block(1, "A", 0x0011, 0x0002, 0, 0, 4);
+  CKovDataLayout* dl = a->GetDataLayout();
+  std::unique_ptr<CKovNumFieldLayout> displaced(new CKovNumFieldLayout(10, 5, 12, 7, true, 0, dl));
+  dl->AddField(10, 0, displaced.get(), 0);
+  LayoutBuilder::Num(a, 11, 10, 1, 3, 3, 1);
+  dl->AddField(10, 11, new CKovNumFieldLayout(10, 2, 8, 7, true, 0, dl), 2);
+  ASSERT_FALSE(dl->HasUniqueFieldIDs());
+  PackData data;
+  data.Add(a, {entryOf({new CKovNumField(0xAB, 10, 8), new CKovNumField(5, 11, 3)})}, {3});
+  Bytes image = packImage(b.cp.get(), data);
+  ExpectUnpacksToPackedValues(b.cp.get(), data, image);
+  CKovUp up(b.cp.get(), image, "");
+  ASSERT_EQ(up.FullUnpack(), 1);
+  const CKovUpEntry* entry = up.GetUnpackedBlk(1)->GetUpEntry(1);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(entry->GetCount(), 2);
+  EXPECT_EQ(kovGenValueText(entry->GetUpField(10)->GetData()), "number 0xab");
+}
+
 }  // namespace

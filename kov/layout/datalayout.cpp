@@ -58,10 +58,21 @@ CKovDataLayout::~CKovDataLayout() {
 void CKovDataLayout::AddField(uint32_t fieldID, uint32_t prevFieldID, CKovFieldLayout* fieldLayout,
                               int32_t position) {
   if (prevFieldID == 0) prevFieldID = fieldID;
+  // Reserved first, so that the array never misses an id that the map has.
+  orderedFields.reserve(orderedFields.size() + 1);
+  const bool again = Contains(fieldID);
   SetAt(fieldID, fieldLayout);
   positionMap.SetAt(fieldID, position);
   prevFieldMap.SetAt(fieldID, prevFieldID);
   orderedFieldIDs.push_back(fieldID);
+  // Every place of an id added again reads the layout the map now holds.
+  if (again) {
+    uniqueFieldIDs = false;
+    for (OrderedField& field : orderedFields) {
+      if (field.first == fieldID) field.second = fieldLayout;
+    }
+  }
+  orderedFields.emplace_back(fieldID, fieldLayout);
 }
 
 CKovFieldLayout* CKovDataLayout::FindInComplexFields(uint32_t fieldID) const {

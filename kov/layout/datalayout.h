@@ -25,6 +25,8 @@
 
 #include <cstdint>
 #include <list>
+#include <utility>
+#include <vector>
 
 #include "kov/platform/kovmap.h"
 
@@ -73,6 +75,11 @@ class CKovDataLayout : public CKovMap<uint32_t, CKovFieldLayout*> {
 
   // The field ids in the order of AddField.
   const std::list<uint32_t>& GetOrderedFieldIDsList() const { return orderedFieldIDs; }
+  // The same ids with the layout each has in the map, in one array for the walks of an unpack;
+  // kept by AddField. Whether no id was added twice.
+  using OrderedField = std::pair<uint32_t, CKovFieldLayout*>;
+  const std::vector<OrderedField>& GetOrderedFields() const { return orderedFields; }
+  bool HasUniqueFieldIDs() const { return uniqueFieldIDs; }
 
   // The fields directly in this layout, by id.
   const CKovMap<uint32_t, CKovFieldLayout*>& GetFieldMap() const { return *this; }
@@ -90,12 +97,14 @@ class CKovDataLayout : public CKovMap<uint32_t, CKovFieldLayout*> {
 
   CKovMap<uint32_t, int32_t> positionMap;
   std::list<uint32_t> orderedFieldIDs;
+  std::vector<OrderedField> orderedFields;
   CKovMap<uint32_t, uint32_t> prevFieldMap;
   LayoutType layoutType;
   bool blockLevel;
   uint32_t dataLayoutID;
   uint32_t startByteOffset;
   uint8_t msbStart;
+  bool uniqueFieldIDs = true;
 };
 
 // The size of dataLayout in bits from the entry start: the end of the field added last, measured

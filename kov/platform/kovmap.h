@@ -551,6 +551,15 @@ class CKovMap {
     return (*m_large)[key];
   }
 
+  // The value of key, which the map must not hold, inserted default-constructed at the front of
+  // its bucket without a look for it first: for a caller that knows its keys are new.
+  V& InsertNew(K key) {
+    if constexpr (kCompact) {
+      if (m_large == nullptr && m_count < ScanLimit) return insertCompact(key)->second;
+    }
+    return (*this)[key];
+  }
+
   // Copies the value of key into value and returns true, or returns false and leaves value alone.
   bool Lookup(K key, V& value) const {
     const V* found = PLookup(key);

@@ -97,12 +97,21 @@ struct RecentTexts {
   uint32_t ids[kRecentSlots];
   const std::string* texts[kRecentSlots];  // null: the slot is empty
 };
-thread_local RecentTexts t_recent;
+thread_local RecentTexts t_recentTexts;
+// The calling thread's RecentTexts, found through the static thread-local block in one load; the
+// texts themselves stay in the library's own block, whose look-up is a call.
+__attribute__((tls_model("initial-exec"))) thread_local RecentTexts* t_recent = nullptr;
+
+RecentTexts& recentTexts() {
+  RecentTexts* recent = t_recent;
+  if (recent == nullptr) recent = t_recent = &t_recentTexts;
+  return *recent;
+}
 
 }  // namespace
 
 const std::string& kovLoadInternedString(uint32_t id) {
-  RecentTexts& recent = t_recent;
+  RecentTexts& recent = recentTexts();
   const uint64_t generation = g_generation.load(std::memory_order_acquire);
   const size_t slot = id & (kRecentSlots - 1);
   if (recent.generation == generation && recent.ids[slot] == id && recent.texts[slot] != nullptr) {

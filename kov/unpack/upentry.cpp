@@ -33,10 +33,12 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
   // Most entries read every field of their layout: room for them all at once.
   Reserve(dataLayout->GetFieldMap().size());
   try {
-    for (uint32_t fieldID : dataLayout->GetOrderedFieldIDsList()) {
+    // Each id comes once when the layout has no id twice: it goes in without a look for it.
+    const bool unique = dataLayout->HasUniqueFieldIDs();
+    for (const CKovDataLayout::OrderedField& ordered : dataLayout->GetOrderedFields()) {
       status = UpDone;
-      CKovFieldLayout* const* found = dataLayout->GetFieldMap().PLookup(fieldID);
-      const CKovFieldLayout* fieldLayout = found != nullptr ? *found : nullptr;
+      const uint32_t fieldID = ordered.first;
+      const CKovFieldLayout* fieldLayout = ordered.second;
       if (fieldLayout == nullptr) continue;
       std::unique_ptr<CKovField> field;
       try {
@@ -69,7 +71,12 @@ CKovUpEntry::CKovUpEntry(const CKovUp* up, uint32_t startByte, uint8_t startMsb,
       const CKovField* placed = field.get();
       auto upField = std::make_unique<CKovUpField>(placed, fieldLayout);
       field.release();
-      AddUpField(fieldID, upField.release());
+      if (unique) {
+        InsertNew(fieldID) = upField.get();
+        upField.release();
+      } else {
+        AddUpField(fieldID, upField.release());
+      }
       fieldsMap.SetAt(fieldID, placed);
     }
   } catch (...) {
