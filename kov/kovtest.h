@@ -137,14 +137,53 @@ inline void ExpectUnpacksToPackedValues(const CKovCpLayout* layout, const PackDa
   EXPECT_EQ(kovGenUnpackDiff(up, data), "");
 }
 
-// Reads the report at path, expects an XML parser to find it well-formed, removes the file and
-// returns its text.
-inline std::string kovTestReadXmlReport(const std::string& path) {
+// The bytes of the file at path as text; "" when it can't be read.
+inline std::string kovTestReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::stringstream s;
   s << in.rdbuf();
-  std::string text = s.str();
-  in.close();
+  return s.str();
+}
+
+// How many times what occurs in text, overlaps included.
+inline size_t kovTestCount(const std::string& text, const std::string& what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
+// The report's worked example from its first block on: Settings, first instance, holds Volume 5,
+// Mode 'A', Owner 0x00100002, Alias "R&D" (its ampersand escaped) and a list of one entry whose
+// number Zone is 3, each field a byte offset, MSB, length and value.
+inline const std::string kovTestWorkedReport =
+    "\t<Block>\n"
+    "\t\t<BlockName> Settings_1 </BlockName>\n"
+    "\t\t<Field>\n\t\t\t<Name> Volume </Name>\n\t\t\t<ByteOffset> 0x0 </ByteOffset>\n"
+    "\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t<Length> 0x8 </Length>\n"
+    "\t\t\t<Value> 0x5 </Value>\n\t\t</Field>\n"
+    "\t\t<Field>\n\t\t\t<Name> Mode </Name>\n\t\t\t<ByteOffset> 0x1 </ByteOffset>\n"
+    "\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t<Length> 0x8 </Length>\n"
+    "\t\t\t<Value> A </Value>\n\t\t</Field>\n"
+    "\t\t<Field>\n\t\t\t<Name> Owner </Name>\n\t\t\t<ByteOffset> 0x2 </ByteOffset>\n"
+    "\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t<Length> 0x20 </Length>\n"
+    "\t\t\t<Value> 0x00100002 </Value>\n\t\t</Field>\n"
+    "\t\t<Field>\n\t\t\t<Name> Alias </Name>\n\t\t\t<ByteOffset> 0x6 </ByteOffset>\n"
+    "\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t<Length> 0x18 </Length>\n"
+    "\t\t\t<Value> R&amp;D </Value>\n\t\t</Field>\n"
+    "\t\t<List>\n"
+    "\t\t\t<LED>\n"
+    "\t\t\t\t<Field>\n\t\t\t\t\t<Name> Zone </Name>\n\t\t\t\t\t<ByteOffset> 0x0 </ByteOffset>\n"
+    "\t\t\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t\t\t<Length> 0x8 </Length>\n"
+    "\t\t\t\t\t<Value> 0x3 </Value>\n\t\t\t\t</Field>\n"
+    "\t\t\t</LED>\n"
+    "\t\t</List>\n"
+    "\t</Block>\n"
+    "</CodeplugData>\n";
+
+// Reads the report at path, expects an XML parser to find it well-formed, removes the file and
+// returns its text.
+inline std::string kovTestReadXmlReport(const std::string& path) {
+  std::string text = kovTestReadFile(path);
   std::remove(path.c_str());
   XML_Parser parser = XML_ParserCreate(nullptr);
   bool ok = XML_Parse(parser, text.data(), static_cast<int>(text.size()), 1) == XML_STATUS_OK;

@@ -46,16 +46,6 @@ CKovListFieldLayout* addList(CKovBlkLayout* blk, uint32_t id, uint32_t prev, int
   return list;
 }
 
-// Selects the option whose id is the value of the first discriminant, or option 1 without one.
-uint32_t selectByFirstDiscr(const CKovUp*, uint32_t, uint16_t, const CKovBlkLayout*,
-                            const std::list<const KovDiscrInfo*>& discrs) {
-  uint32_t value = 1;
-  if (!discrs.empty() && discrs.front()->discrField->IsNumber()) {
-    value = static_cast<const CKovNumField*>(discrs.front()->discrField)->GetValue();
-  }
-  return value;
-}
-
 CKovUnionFieldLayout* addUnion(CKovBlkLayout* blk, uint32_t id, uint32_t prev, int pos,
                                uint32_t byteOffset, UnionFormat format, uint32_t lengthInBits,
                                std::vector<uint32_t> discrIDs, std::vector<uint16_t> discrBlkIDs,
@@ -65,7 +55,7 @@ CKovUnionFieldLayout* addUnion(CKovBlkLayout* blk, uint32_t id, uint32_t prev, i
   KovUnionAttribStruct attribs;
   attribs.unionFormat = format;
   attribs.lengthInBits = lengthInBits;
-  attribs.upLayoutSelectionFunc = selectByFirstDiscr;
+  attribs.upLayoutSelectionFunc = kovGenSelectByFirstDiscr;
   attribs.discrIDArr = discrIDs;
   attribs.discrBlkIDArr = discrBlkIDs;
   if (parent == nullptr) parent = blk->GetDataLayout();
@@ -84,12 +74,6 @@ CKovPkEntry* entryOfList(uint32_t id, uint32_t qty, std::vector<uint32_t> values
   for (uint32_t v : values) list->AddEntryToList(entryOf({new CKovNumField(v, valueID, bits)}));
   list->SetImageSize(static_cast<uint32_t>(values.size()) * bits);
   return entryOf({list});
-}
-
-size_t countOf(const std::string& text, const std::string& what) {
-  size_t n = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
 }
 
 TEST(ListField, ContigLeqIsWrittenBehindEntriesAndReadFirst) {
@@ -234,8 +218,8 @@ std::string patchExampleReport(bool waitingLeq) {
 
 TEST(UpPatchMap, SplitLeqBehindTheListResolvesInOneSweepOrTwo) {
   // One section of block 7 from the walk, then one per sweep that reached it.
-  EXPECT_EQ(countOf(patchExampleReport(false), "<BlockName> B7_1 </BlockName>"), 2u);
-  EXPECT_EQ(countOf(patchExampleReport(true), "<BlockName> B7_1 </BlockName>"), 3u);
+  EXPECT_EQ(kovTestCount(patchExampleReport(false), "<BlockName> B7_1 </BlockName>"), 2u);
+  EXPECT_EQ(kovTestCount(patchExampleReport(true), "<BlockName> B7_1 </BlockName>"), 3u);
 }
 
 TEST(UnionField, DiscriminantAheadOrBehindGivesTheSameUnion) {
@@ -263,7 +247,7 @@ TEST(UnionField, DiscriminantAheadOrBehindGivesTheSameUnion) {
     EXPECT_EQ(kovGenValueText(e->GetUpField(53)->GetData()), "number 0xab");  // through U
     EXPECT_EQ(kovGenValueText(e->GetUpField(54)->GetData()), "number 0xcd");
     std::string report = kovTestReadXmlReport(path);
-    EXPECT_EQ(countOf(report, "<Name> N </Name>"), discrBehind ? 2u : 1u);
+    EXPECT_EQ(kovTestCount(report, "<Name> N </Name>"), discrBehind ? 2u : 1u);
     EXPECT_LT(report.find("<Name> N </Name>"), report.find("<Union>"));
     kovClearRegisteredStrings();
   }
@@ -411,10 +395,6 @@ TEST(RoundTrip, UnionInListEntryAndListInUnionOption) {
   ExpectUnpacksToPackedValues(b.cp.get(), data, packImage(b.cp.get(), data));
 }
 
-}  // namespace
-
-namespace {
-
 TEST(ListField, UnpackFailuresNameListAndBlock) {
   // A contiguous quantity of 200 entries of 8 bits in a block of 4 bytes at the image's end.
   LayoutBuilder b;
@@ -460,8 +440,7 @@ TEST(ListField, PackWithoutLeqLayoutIsRefused) {
 }
 
 TEST(XmlReport, WholeWorkedExampleFromAnUnpack) {
-  // Settings, first instance: Volume 5, Mode 'A', Owner 0x00100002, Alias "R&D", and a list of
-  // one entry whose number Zone is 3.
+  // The worked example packed, then unpacked with its report.
   LayoutBuilder b;
   CKovBlkLayout* s = b.Block(1, "Settings", 0x00E1, 0, 0, 0, 10);
   LayoutBuilder::Num(s, 1, 0, 0, 7, 8, 0);
@@ -489,31 +468,7 @@ TEST(XmlReport, WholeWorkedExampleFromAnUnpack) {
   ASSERT_EQ(up.FullUnpack(), 1);
   kovClearRegisteredStrings();
   std::string report = kovTestReadXmlReport(path);
-  const std::string block =
-      "<CodeplugData>\n"
-      "\t<Block>\n"
-      "\t\t<BlockName> Settings_1 </BlockName>\n"
-      "\t\t<Field>\n\t\t\t<Name> Volume </Name>\n\t\t\t<ByteOffset> 0x0 </ByteOffset>\n"
-      "\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t<Length> 0x8 </Length>\n"
-      "\t\t\t<Value> 0x5 </Value>\n\t\t</Field>\n"
-      "\t\t<Field>\n\t\t\t<Name> Mode </Name>\n\t\t\t<ByteOffset> 0x1 </ByteOffset>\n"
-      "\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t<Length> 0x8 </Length>\n"
-      "\t\t\t<Value> A </Value>\n\t\t</Field>\n"
-      "\t\t<Field>\n\t\t\t<Name> Owner </Name>\n\t\t\t<ByteOffset> 0x2 </ByteOffset>\n"
-      "\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t<Length> 0x20 </Length>\n"
-      "\t\t\t<Value> 0x00100002 </Value>\n\t\t</Field>\n"
-      "\t\t<Field>\n\t\t\t<Name> Alias </Name>\n\t\t\t<ByteOffset> 0x6 </ByteOffset>\n"
-      "\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t<Length> 0x18 </Length>\n"
-      "\t\t\t<Value> R&amp;D </Value>\n\t\t</Field>\n"
-      "\t\t<List>\n"
-      "\t\t\t<LED>\n"
-      "\t\t\t\t<Field>\n\t\t\t\t\t<Name> Zone </Name>\n\t\t\t\t\t<ByteOffset> 0x0 </ByteOffset>\n"
-      "\t\t\t\t\t<BitOffset> 0x7 </BitOffset>\n\t\t\t\t\t<Length> 0x8 </Length>\n"
-      "\t\t\t\t\t<Value> 0x3 </Value>\n\t\t\t\t</Field>\n"
-      "\t\t\t</LED>\n"
-      "\t\t</List>\n"
-      "\t</Block>\n"
-      "</CodeplugData>\n";
+  const std::string block = "<CodeplugData>\n" + kovTestWorkedReport;
   ASSERT_GE(report.size(), block.size());
   EXPECT_EQ(report.substr(report.size() - block.size()), block);
   EXPECT_EQ(report.find("<CodeplugData>\n\t<Block>"), report.size() - block.size());

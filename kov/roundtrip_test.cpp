@@ -6,11 +6,6 @@
 
 namespace {
 
-TEST(RoundTrip, FormatExampleBlocksReadBackAsPacked) {
-  BlocksAB ab;
-  ExpectUnpacksToPackedValues(ab.b.cp.get(), ab.data, packImage(ab.b.cp.get(), ab.data));
-}
-
 TEST(RoundTrip, StringsNamesAndCharactersReadBackAsPacked) {
   LayoutBuilder b;
   CKovBlkLayout* blk = b.Block(1, "Mixed", 0x0041, 0, 1, 0, 12);

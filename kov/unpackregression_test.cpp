@@ -31,12 +31,6 @@ void addList(CKovDataLayout* parent, uint32_t id, uint32_t prev, int pos, uint32
                    pos);
 }
 
-size_t countOf(const std::string& text, const std::string& what) {
-  size_t n = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
-}
-
 // Block P (1) holds list 10 of one 16-bit entry: number 11 at byte 0, then list 12 at byte 1
 // whose LEQ is field 21 of block Q (3), behind P in the image. Block R (2), between them, holds
 // list 30 whose LEQ is field 11 of P's list entry. The entry of list 10 must wait for Q.
@@ -99,7 +93,7 @@ TEST(UnpackRegression, SplitLeqIntoAnEntryThatWaitsReadsNoFreedField) {
   ASSERT_EQ(outer->GetCount(), 1);
   EXPECT_EQ(valueOf(outer->GetAt(0), 11), 1u);
   // R is read in the walk, in sweep 1 (before P, as block 2 waits since later) and in sweep 2.
-  EXPECT_EQ(countOf(kovTestReadXmlReport(path), "<BlockName> R_1 </BlockName>"), 3u);
+  EXPECT_EQ(kovTestCount(kovTestReadXmlReport(path), "<BlockName> R_1 </BlockName>"), 3u);
 }
 
 uint32_t oneThenNone(const CKovUp*, const CKovBlkLayout*, uint32_t, uint16_t) {

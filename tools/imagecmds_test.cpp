@@ -1,79 +1,14 @@
 // The image commands of kovtool as a user runs them: dump, get, set, diff and salvage on the
 // sample radio, their golden outputs, exit statuses and failure texts.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "kov/image/checksum.h"
+#include "tools/tooltest.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using Bytes = std::vector<uint8_t>;
 using Json = nlohmann::ordered_json;
-
-const std::string kSample = KOVTOOL_SAMPLE_DIR;
-const std::string kLayout = kSample + "/layout.json";
-const std::string kValues = kSample + "/values.json";
-const std::string kTestData = KOVTOOL_TESTDATA;
-
-std::string readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-void writeBytes(const std::string& path, const Bytes& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-}
-
-Bytes readBytes(const std::string& path) {
-  std::string s = readText(path);
-  return Bytes(s.begin(), s.end());
-}
-
-std::string q(const std::string& path) { return "'" + path + "'"; }
-
-struct ToolRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-// A folder of the test's own, made empty.
-std::string scratch() {
-  std::string dir = testing::TempDir() + "imagecmds_" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name();
-  fs::remove_all(dir);
-  fs::create_directories(dir);
-  return dir + "/";
-}
-
-ToolRun kovtool(const std::string& args) {
-  std::string base = testing::TempDir() + "imagecmds_run_" +
-                     testing::UnitTest::GetInstance()->current_test_info()->name();
-  std::string command =
-      std::string(KOVTOOL_PATH) + " " + args + " >" + q(base + ".out") + " 2>" + q(base + ".err");
-  int raw = std::system(command.c_str());
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readText(base + ".out"), readText(base + ".err")};
-}
-
-// The sample packed into dir/radio.kov; returns its path.
-std::string packSample(const std::string& dir) {
-  ToolRun run = kovtool("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "radio.kov"));
-  EXPECT_EQ(run.status, 0) << run.err;
-  return dir + "radio.kov";
-}
 
 TEST(ImageCommands, EachHasHelpAndNeedsItsArguments) {
   for (const char* command : {"dump", "view", "get", "set", "diff", "salvage"}) {

@@ -1,93 +1,17 @@
 // kovtool as a user runs it: golden outputs of the sample, round trips through files, and the
 // exit status and text of every kind of failure.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "kov/image/checksum.h"
+#include "tools/tooltest.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using Bytes = std::vector<uint8_t>;
-
-const std::string kSample = KOVTOOL_SAMPLE_DIR;
-const std::string kLayout = kSample + "/layout.json";
-const std::string kValues = kSample + "/values.json";
-const std::string kTestData = KOVTOOL_TESTDATA;
-
-std::string readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-Bytes readBytes(const std::string& path) {
-  std::string s = readText(path);
-  return Bytes(s.begin(), s.end());
-}
-
-void writeBytes(const std::string& path, const Bytes& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-}
-
-std::string q(const std::string& path) { return "'" + path + "'"; }
-
-// A folder of the test's own, made empty.
-std::string scratch() {
-  std::string dir = testing::TempDir() + "kovtool_" +
-                    testing::UnitTest::GetInstance()->current_test_info()->name();
-  fs::remove_all(dir);
-  fs::create_directories(dir);
-  return dir + "/";
-}
-
-struct ToolRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-// Runs kovtool, keeping the files of the scratch folder (scratch() empties it).
-ToolRun kovtoolIn(const std::string& args) {
-  std::string base = testing::TempDir() + "kovtool_run_" +
-                     testing::UnitTest::GetInstance()->current_test_info()->name();
-  std::string command =
-      std::string(KOVTOOL_PATH) + " " + args + " >" + q(base + ".out") + " 2>" + q(base + ".err");
-  int raw = std::system(command.c_str());
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readText(base + ".out"), readText(base + ".err")};
-}
-
-// The sample packed into dir/radio.kov.
-Bytes packSample(const std::string& dir) {
-  ToolRun run = kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "radio.kov"));
-  EXPECT_EQ(run.status, 0) << run.err;
-  return readBytes(dir + "radio.kov");
-}
-
-// Recomputes the checksum of the instance whose header is at offset.
-void fixChecksum(Bytes& image, size_t offset) {
-  size_t dataSize = (image[offset + 4] << 8 | image[offset + 5]) - 2u;
-  uint16_t crc = 0;
-  kovCalculateChecksum(image.data() + offset + 6, dataSize, crc);
-  image[offset + 6 + dataSize] = static_cast<uint8_t>(crc >> 8);
-  image[offset + 7 + dataSize] = static_cast<uint8_t>(crc);
-}
 
 TEST(Kovtool, EveryCommandHasHelp) {
   for (const char* command :
        {"", "pack ", "unpack ", "inspect ", "verify ", "lint ", "tree ", "demo "}) {
     SCOPED_TRACE(command);
-    ToolRun run = kovtoolIn(std::string(command) + "--help");
+    ToolRun run = kovtool(std::string(command) + "--help");
     EXPECT_EQ(run.status, 0);
     EXPECT_NE(run.out.find("Usage:"), std::string::npos) << run.out;
   }
@@ -108,7 +32,7 @@ TEST(Kovtool, BadCommandLinesExitTwo) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args);
-    ToolRun run = kovtoolIn(c.args);
+    ToolRun run = kovtool(c.args);
     EXPECT_EQ(run.status, 2);
     EXPECT_NE(run.err.find(c.error), std::string::npos) << run.err;
   }
@@ -117,21 +41,21 @@ TEST(Kovtool, BadCommandLinesExitTwo) {
 TEST(Kovtool, SampleOutputsMatchTheirGoldenFiles) {
   std::string dir = scratch();
   packSample(dir);
-  ToolRun inspect = kovtoolIn("inspect " + q(dir + "radio.kov") + " --layout " + q(kLayout));
+  ToolRun inspect = kovtool("inspect " + q(dir + "radio.kov") + " --layout " + q(kLayout));
   EXPECT_EQ(inspect.status, 0) << inspect.err;
   EXPECT_EQ(inspect.out, readText(kTestData + "/radio.headers.txt"));
-  ToolRun tree = kovtoolIn("tree " + q(kLayout));
+  ToolRun tree = kovtool("tree " + q(kLayout));
   EXPECT_EQ(tree.status, 0) << tree.err;
   EXPECT_EQ(tree.out, readText(kTestData + "/radio.tree.txt"));
-  ToolRun detail = kovtoolIn("tree --detail " + q(kLayout));
+  ToolRun detail = kovtool("tree --detail " + q(kLayout));
   EXPECT_EQ(detail.status, 0) << detail.err;
   EXPECT_EQ(detail.out, readText(kTestData + "/radio.tree-detail.txt"));
-  ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "radio.kov") + " --report " +
+  ToolRun unpack = kovtool("unpack " + q(kLayout) + " " + q(dir + "radio.kov") + " --report " +
                              q(dir + "radio.xml"));
   EXPECT_EQ(unpack.status, 0) << unpack.err;
   EXPECT_EQ(unpack.out, readText(kTestData + "/radio.values.json"));
   EXPECT_EQ(readText(dir + "radio.xml"), readText(kTestData + "/radio.xml"));
-  ToolRun verify = kovtoolIn("verify " + q(kLayout));
+  ToolRun verify = kovtool("verify " + q(kLayout));
   EXPECT_EQ(verify.status, 0);
   EXPECT_EQ(verify.out, kLayout + ": verified: 2 partitions, 9 blocks, 43 fields\n");
   EXPECT_EQ(verify.err, "");
@@ -143,16 +67,16 @@ TEST(Kovtool, UnpackedSamplePacksToTheSameBytes) {
     std::string dir = scratch();
     std::string flag = prefixes ? " --partition-prefix" : "";
     ToolRun pack =
-        kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "a.kov") + flag);
+        kovtool("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "a.kov") + flag);
     ASSERT_EQ(pack.status, 0) << pack.err;
     EXPECT_EQ(pack.out,
               dir + "a.kov: " + std::to_string(readBytes(dir + "a.kov").size()) + " bytes\n");
-    ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "a.kov") + " -o " +
+    ToolRun unpack = kovtool("unpack " + q(kLayout) + " " + q(dir + "a.kov") + " -o " +
                                q(dir + "a.json") + flag);
     ASSERT_EQ(unpack.status, 0) << unpack.err;
     EXPECT_EQ(readText(dir + "a.json"), readText(kTestData + "/radio.values.json"));
     ASSERT_EQ(
-        kovtoolIn("pack " + q(kLayout) + " " + q(dir + "a.json") + " -o " + q(dir + "b.kov") + flag)
+        kovtool("pack " + q(kLayout) + " " + q(dir + "a.json") + " -o " + q(dir + "b.kov") + flag)
             .status,
         0);
     EXPECT_EQ(readBytes(dir + "b.kov"), readBytes(dir + "a.kov"));
@@ -166,16 +90,16 @@ TEST(Kovtool, UnpackedSamplePacksToTheSameBytes) {
 TEST(Kovtool, FormatExampleRoundTripsThroughFiles) {
   std::string dir = scratch();
   std::string layout = q(kTestData + "/format-example.layout.json");
-  ASSERT_EQ(kovtoolIn("pack " + layout + " " + q(kTestData + "/format-example.values.json") +
+  ASSERT_EQ(kovtool("pack " + layout + " " + q(kTestData + "/format-example.values.json") +
                       " -o " + q(dir + "a.kov"))
                 .status,
             0);
   EXPECT_EQ(readBytes(dir + "a.kov").size(), 105u);
   ASSERT_EQ(
-      kovtoolIn("unpack " + layout + " " + q(dir + "a.kov") + " -o " + q(dir + "a.json")).status,
+      kovtool("unpack " + layout + " " + q(dir + "a.kov") + " -o " + q(dir + "a.json")).status,
       0);
   ASSERT_EQ(
-      kovtoolIn("pack " + layout + " " + q(dir + "a.json") + " -o " + q(dir + "b.kov")).status, 0);
+      kovtool("pack " + layout + " " + q(dir + "a.json") + " -o " + q(dir + "b.kov")).status, 0);
   EXPECT_EQ(readBytes(dir + "b.kov"), readBytes(dir + "a.kov"));
 }
 
@@ -189,7 +113,7 @@ TEST(Kovtool, ExportBlocksWritesOneFilePerInstance) {
                                  q(dir + "save.json") + " " + q(kValues)}) {
     SCOPED_TRACE(way);
     fs::remove_all(dir + "r - Blocks");
-    ToolRun run = kovtoolIn("pack " + way + " -o " + q(dir + "r.kov"));
+    ToolRun run = kovtool("pack " + way + " -o " + q(dir + "r.kov"));
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find(dir + "r - Blocks: one file a block instance"), std::string::npos)
         << run.out;
@@ -204,7 +128,7 @@ TEST(Kovtool, ExportBlocksWritesOneFilePerInstance) {
   }
   // A file where the folder goes: said, and exit 1.
   std::ofstream(dir + "x - Blocks") << "";
-  ToolRun blocked = kovtoolIn("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "x.kov") +
+  ToolRun blocked = kovtool("pack " + q(kLayout) + " " + q(kValues) + " -o " + q(dir + "x.kov") +
                               " --export-blocks");
   EXPECT_EQ(blocked.status, 1);
   EXPECT_EQ(blocked.err, "kovtool: " + dir + "x - Blocks: can't be made: File exists\n");
@@ -212,7 +136,7 @@ TEST(Kovtool, ExportBlocksWritesOneFilePerInstance) {
 
 TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
   std::string dir = scratch();
-  ToolRun run = kovtoolIn("demo --out " + q(dir + "out"));
+  ToolRun run = kovtool("demo --out " + q(dir + "out"));
   ASSERT_EQ(run.status, 0) << run.err;
   for (const char* name : {"radio.kov", "radio.inspect.txt", "radio.values.json", "radio.xml",
                            "radio.tree.txt", "radio - Blocks/Contacts_3"}) {
@@ -225,9 +149,9 @@ TEST(Kovtool, DemoWritesEverythingAndSaysWhere) {
   EXPECT_NE(run.out.find("round trip: the unpacked values pack to the same bytes"),
             std::string::npos);
   EXPECT_EQ(readText(dir + "out/radio.inspect.txt"), readText(kTestData + "/radio.headers.txt"));
-  EXPECT_EQ(readBytes(dir + "out/radio.kov"), packSample(dir));
+  EXPECT_EQ(readBytes(dir + "out/radio.kov"), readBytes(packSample(dir)));
   // Another layout names the outputs.
-  ToolRun other = kovtoolIn("demo --out " + q(dir + "o2") + " --layout " +
+  ToolRun other = kovtool("demo --out " + q(dir + "o2") + " --layout " +
                             q(kTestData + "/format-example.layout.json") + " --values " +
                             q(kTestData + "/format-example.values.json"));
   ASSERT_EQ(other.status, 0) << other.err;
@@ -285,7 +209,7 @@ TEST(Kovtool, BadInputExitsWithOneLineNamingThePlace) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args);
-    ToolRun run = kovtoolIn(c.args);
+    ToolRun run = kovtool(c.args);
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.err, "kovtool: " + c.error + "\n");
     EXPECT_EQ(run.out, "");
@@ -295,7 +219,7 @@ TEST(Kovtool, BadInputExitsWithOneLineNamingThePlace) {
 
 TEST(Kovtool, FailedWritesLeaveTheOldFile) {
   std::string dir = scratch();
-  const Bytes image = packSample(dir);
+  const Bytes image = readBytes(packSample(dir));
   std::ofstream(dir + "old.json") << "old";
   const std::string tool = KOVTOOL_PATH;
   struct Case {
@@ -330,16 +254,16 @@ TEST(Kovtool, FailedWritesLeaveTheOldFile) {
 
 TEST(Kovtool, StandardStreamsVersionAndPlurals) {
   std::string dir = scratch();
-  const Bytes image = packSample(dir);
+  const Bytes image = readBytes(packSample(dir));
   const std::string tool = KOVTOOL_PATH;
   std::string script = tool + " pack " + q(kLayout) + " - -o - <" + q(kValues) + " | " + tool +
                        " unpack " + q(kLayout) + " - >" + q(dir + "v.json");
   ASSERT_EQ(std::system(("sh -c " + q(script)).c_str()), 0);
   EXPECT_EQ(readText(dir + "v.json"), readText(kTestData + "/radio.values.json"));
-  ToolRun version = kovtoolIn("--version");
+  ToolRun version = kovtool("--version");
   EXPECT_EQ(version.status, 0);
   EXPECT_EQ(version.out.rfind("kovtool ", 0), 0u) << version.out;
-  ToolRun verify = kovtoolIn("verify " + q(kTestData + "/over-max.layout.json"));
+  ToolRun verify = kovtool("verify " + q(kTestData + "/over-max.layout.json"));
   EXPECT_EQ(verify.out,
             kTestData + "/over-max.layout.json: verified: 1 partition, 2 blocks, 4 fields\n");
 }
@@ -352,14 +276,14 @@ TEST(Kovtool, LintFailsOnMistakesThatVerifyOnlyWarnsAbout) {
         {"name": "M", "type": "number", "bits": 4, "byteOffset": 0, "msbStart": 3}]}]}]})";
   const std::string finding =
       dir + "o.json: /partitions/0/blocks/0/fields/1: fields 'N' and 'M' overlap at bits 4 to 7";
-  ToolRun lint = kovtoolIn("lint " + q(dir + "o.json"));
+  ToolRun lint = kovtool("lint " + q(dir + "o.json"));
   EXPECT_EQ(lint.status, 1);
   EXPECT_EQ(lint.out, finding + "\nBits that no field claims:\n  B: bits 8 to 15 (byte 1)\n" + dir +
                           "o.json: 1 mistake\n");
-  ToolRun verify = kovtoolIn("verify " + q(dir + "o.json"));
+  ToolRun verify = kovtool("verify " + q(dir + "o.json"));
   EXPECT_EQ(verify.status, 0);
   EXPECT_EQ(verify.err, "kovtool: warning: " + finding + "\n");
-  ToolRun sample = kovtoolIn("lint " + q(kLayout));
+  ToolRun sample = kovtool("lint " + q(kLayout));
   EXPECT_EQ(sample.status, 0);
   EXPECT_NE(sample.out.find("  General: bit 12 (byte 1), bits 14 to 15 (byte 1), "),
             std::string::npos)
@@ -367,7 +291,7 @@ TEST(Kovtool, LintFailsOnMistakesThatVerifyOnlyWarnsAbout) {
 }
 
 TEST(Kovtool, VerifyPrintsTheLibrarysAdvice) {
-  ToolRun run = kovtoolIn("verify " + q(kTestData + "/advice-layout.json"));
+  ToolRun run = kovtool("verify " + q(kTestData + "/advice-layout.json"));
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.err, "note: " + kTestData +
                          "/advice-layout.json: WARNING: KOV Name field 'Owner' in block B "
@@ -376,7 +300,7 @@ TEST(Kovtool, VerifyPrintsTheLibrarysAdvice) {
 
 TEST(Kovtool, DamagedImagesExitOneNamingFileAndOffset) {
   std::string dir = scratch();
-  const Bytes image = packSample(dir);
+  const Bytes image = readBytes(packSample(dir));
   // General [1] starts at 0x18, Channel bank [1] at 0x32: its first channel's Kind at data byte 1.
   Bytes badCrc = image;
   badCrc[0x18 + 6] ^= 0x01;
@@ -412,11 +336,11 @@ TEST(Kovtool, DamagedImagesExitOneNamingFileAndOffset) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     writeBytes(dir + "bad.kov", c.bytes);
-    ToolRun unpack = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "bad.kov"));
+    ToolRun unpack = kovtool("unpack " + q(kLayout) + " " + q(dir + "bad.kov"));
     EXPECT_EQ(unpack.status, 1);
     EXPECT_EQ(unpack.err, "kovtool: " + file + c.unpackError + "\n");
     EXPECT_EQ(unpack.out, "");
-    ToolRun inspect = kovtoolIn("inspect " + q(dir + "bad.kov") + " --layout " + q(kLayout));
+    ToolRun inspect = kovtool("inspect " + q(dir + "bad.kov") + " --layout " + q(kLayout));
     EXPECT_EQ(inspect.status, c.inspectLine.empty() ? 0 : 1);
     EXPECT_NE(inspect.out.find(c.inspectLine), std::string::npos) << inspect.out;
   }
@@ -424,7 +348,7 @@ TEST(Kovtool, DamagedImagesExitOneNamingFileAndOffset) {
 
 TEST(Kovtool, StrictUnpackRefusesImagesThatBreakTheirLayout) {
   std::string dir = scratch();
-  const Bytes image = packSample(dir);
+  const Bytes image = readBytes(packSample(dir));
   // General [1] (0x18, 26 bytes) once more behind itself: one KOV name twice.
   Bytes twice(image.begin(), image.begin() + 0x32);
   twice.insert(twice.end(), image.begin() + 0x18, image.end());
@@ -450,7 +374,7 @@ TEST(Kovtool, StrictUnpackRefusesImagesThatBreakTheirLayout) {
   const std::string example = kTestData + "/format-example.layout.json";
   std::ofstream(dir + "e.json") << R"({"E": {"L": [{"v": 161}, {"v": 162}]}})";
   ASSERT_EQ(
-      kovtoolIn("pack " + q(example) + " " + q(dir + "e.json") + " -o " + q(dir + "e.kov")).status,
+      kovtool("pack " + q(example) + " " + q(dir + "e.json") + " -o " + q(dir + "e.kov")).status,
       0);
   Bytes listlet = readBytes(dir + "e.kov");
   ASSERT_EQ(listlet.size(), 20u + 16u);
@@ -485,15 +409,15 @@ TEST(Kovtool, StrictUnpackRefusesImagesThatBreakTheirLayout) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     writeBytes(dir + "bad.kov", c.bytes);
-    ToolRun strict = kovtoolIn("unpack " + q(c.layout) + " " + q(dir + "bad.kov"));
+    ToolRun strict = kovtool("unpack " + q(c.layout) + " " + q(dir + "bad.kov"));
     EXPECT_EQ(strict.status, 1);
     EXPECT_EQ(strict.err,
               "kovtool: " + dir + "bad.kov: " + c.error + " (--lenient reads it as it stands)\n");
-    ToolRun lenient = kovtoolIn("unpack " + q(c.layout) + " " + q(dir + "bad.kov") + " --lenient");
+    ToolRun lenient = kovtool("unpack " + q(c.layout) + " " + q(dir + "bad.kov") + " --lenient");
     EXPECT_EQ(lenient.status, 0) << lenient.err;
   }
   writeBytes(dir + "bad.kov", twice);
-  ToolRun inspect = kovtoolIn("inspect " + q(dir + "bad.kov") + " --layout " + q(kLayout));
+  ToolRun inspect = kovtool("inspect " + q(dir + "bad.kov") + " --layout " + q(kLayout));
   EXPECT_EQ(inspect.status, 1);
   EXPECT_NE(inspect.out.find("0x000032 KOV name 0x02010001 of block 'General' is given twice"),
             std::string::npos)
@@ -504,7 +428,7 @@ TEST(Kovtool, InspectWithoutLayoutReportsTruncatedHeaders) {
   std::string dir = scratch();
   writeBytes(dir + "short.kov",
              {0x00, 0x11, 0x00, 0x02, 0x00, 0x04, 0xAB, 0xC0, 0x18, 0xC8, 0x00, 0x12, 0x00});
-  ToolRun run = kovtoolIn("inspect " + q(dir + "short.kov"));
+  ToolRun run = kovtool("inspect " + q(dir + "short.kov"));
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out,
             "offset   KOV type  KOV id  size   data  checksum\n"
@@ -520,7 +444,7 @@ TEST(Kovtool, LibraryRefusalsOfAPackExitOne) {
   ASSERT_NE(at, std::string::npos);
   std::ofstream(dir + "small.json") << layout.replace(at, 20, "\"maxImageSize\": 64");
   ToolRun run =
-      kovtoolIn("pack " + q(dir + "small.json") + " " + q(kValues) + " -o " + q(dir + "x.kov"));
+      kovtool("pack " + q(dir + "small.json") + " " + q(kValues) + " -o " + q(dir + "x.kov"));
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "kovtool: " + kValues +
                          ": Block Channel bank [1] is too large to fit in the image. Image size: "
@@ -534,9 +458,9 @@ TEST(Kovtool, QuantityFromABlockTheImageLacksExitsOne) {
   std::string dir = scratch();
   std::ofstream(dir + "v.json") << R"({"Rx groups": {"Rx group list": [{"Group talkgroup": 1}]}})";
   ASSERT_EQ(
-      kovtoolIn("pack " + q(kLayout) + " " + q(dir + "v.json") + " -o " + q(dir + "x.kov")).status,
+      kovtool("pack " + q(kLayout) + " " + q(dir + "v.json") + " -o " + q(dir + "x.kov")).status,
       0);
-  ToolRun run = kovtoolIn("unpack " + q(kLayout) + " " + q(dir + "x.kov"));
+  ToolRun run = kovtool("unpack " + q(kLayout) + " " + q(dir + "x.kov"));
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "kovtool: " + dir +
                          "x.kov: offset 0x000000: List 'Rx group list' in block 'Rx groups' [1] "

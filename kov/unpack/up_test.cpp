@@ -252,14 +252,6 @@ TEST(FullUnpack, WritesReportOfPrimitiveFields) {
   EXPECT_EQ(report.substr(report.size() - body.size()), body);
 }
 
-TEST(FullUnpack, UnwritableReportPathIsPassedOver) {
-  BlocksAB ab;
-  CKovUp up(ab.b.cp.get(), packImage(ab.b.cp.get(), ab.data),
-            testing::TempDir() + "no/such/dir/report.xml");
-  EXPECT_EQ(up.FullUnpack(), 1);
-  EXPECT_NE(up.GetUnpackedBlk(2), nullptr);
-}
-
 TEST(UpBlocks, RefuseABlockTheLayoutLacks) {
   // Block 9 is not in the layout of blocks A and B.
   BlocksAB ab;
