@@ -62,10 +62,17 @@ int CKovPkEntry::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entry
                               uint8_t entryMsbStart, KovFieldsMap* fieldsMap,
                               const CKovDataLayout* dataLayout, const CKovCpLayout* cpLayout,
                               uint16_t blkID, int instance) const {
-  for (const CKovPkField* pkField : orderedPkFields) {
+  // Most entries hold their fields in the slots of the layout's own order: the layout of such a
+  // field is the one beside its id in that order, without a look-up.
+  const std::vector<CKovDataLayout::OrderedField>& ordered = dataLayout->GetOrderedFields();
+  for (size_t slot = 0; slot < orderedPkFields.size(); ++slot) {
+    const CKovPkField* pkField = orderedPkFields[slot];
     if (pkField == nullptr) continue;
     uint32_t id = pkField->GetFieldID();
-    const CKovFieldLayout* layout = dataLayout->GetFieldLayout(id);
+    const CKovFieldLayout* layout =
+        slot < ordered.size() && ordered[slot].first == id && ordered[slot].second != nullptr
+            ? ordered[slot].second
+            : dataLayout->GetFieldLayout(id);
     if (layout == nullptr) {
       throw new CMevGenException(kovFormat("Layout not found for field %d in block %d.", id, blkID),
                                  0);
