@@ -9,10 +9,15 @@
 #include <cstdint>
 #include <vector>
 
+#include "kov/platform/arena.h"
+
 class CKovIDVector {
  public:
   // A vector for block id with numSlots instances, all at 0.
   CKovIDVector(uint16_t id, int numSlots);
+  // Made in the arena of the pack's scope (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
 
   // Notes instance n (from 1); grows the vector when n is beyond it. n below 1 is ignored.
   void SetInstanceInfo(int n, uint32_t start, uint32_t length);
@@ -23,8 +28,8 @@ class CKovIDVector {
 
  private:
   uint16_t id;
-  std::vector<uint32_t> instanceStarts;
-  std::vector<uint32_t> instanceSizes;
+  std::vector<uint32_t, KovArenaAllocator<uint32_t>> instanceStarts;
+  std::vector<uint32_t, KovArenaAllocator<uint32_t>> instanceSizes;
 };
 
 #endif  // KOV_PACK_IDVECTOR_H

@@ -67,7 +67,12 @@ int CKovPk::FillImage(const CKovCpLayout* cpLayout, CKovImage* image, uint32_t& 
                 static_cast<uint16_t>(cpLayout->GetNumberOfBlks() + 1));
   kovRestoreWaitCursor();
 
+  // Nothing made in the scope outlives FillImage: the patch map and the vectors are deleted
+  // before it closes, by every road out.
+  KovArenaScope scope(&arena);
+  patchMap->UseCurrentArena();
   KovIDVectorMap vectorMap;
+  vectorMap.UseCurrentArena();
   VectorMapOwner vectors(vectorMap);
   try {
     uint32_t nextFreeByte = 0;

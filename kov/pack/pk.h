@@ -25,6 +25,7 @@
 #include <cstdint>
 
 #include "kov/pack/pkstdblk.h"
+#include "kov/platform/arena.h"
 #include "kov/platform/kovmap.h"
 
 class CKovCpLayout;
@@ -72,6 +73,9 @@ class CKovPk {
                       KovIDVectorMap& vectorMap) const;
   void SendToMainWnd(uint32_t message, uint32_t wParam, uint32_t lParam) const;
 
+  // The memory of what FillImage makes for itself: the patch records with the LEQ and link
+  // fields they own, the vector map and its vectors. Declared first, so that it goes last.
+  mutable CKovArena arena;
   const KovPkBlkMap* pkBlks;
   mutable CKovPkPatchMap* patchMap;
   int collectPartitionInfo;

@@ -45,6 +45,9 @@ struct KovPkPatchFieldInfo {
   virtual ~KovPkPatchFieldInfo() {
     if (ownsField) delete field;
   }
+  // Made in the arena of the pack's scope (see kov/platform/arena.h).
+  static void* operator new(size_t size) { return kovArenaNew(size); }
+  static void operator delete(void* p, size_t size) noexcept { kovArenaDelete(p, size); }
   KovPkPatchFieldInfo(const KovPkPatchFieldInfo&) = delete;
   KovPkPatchFieldInfo& operator=(const KovPkPatchFieldInfo&) = delete;
 
@@ -55,10 +58,12 @@ struct KovPkPatchFieldInfo {
 };
 
 // The map is itself the map of block id -> records waiting for that block.
-class CKovPkPatchMap
-    : public CKovMap<uint32_t, std::list<std::unique_ptr<KovPkPatchFieldInfo>>> {
+using KovPkPatchRecordList = std::list<std::unique_ptr<KovPkPatchFieldInfo>,
+                                      KovArenaAllocator<std::unique_ptr<KovPkPatchFieldInfo>>>;
+
+class CKovPkPatchMap : public CKovMap<uint32_t, KovPkPatchRecordList> {
  public:
-  using RecordList = std::list<std::unique_ptr<KovPkPatchFieldInfo>>;
+  using RecordList = KovPkPatchRecordList;
 
   CKovPkPatchMap() = default;
   virtual ~CKovPkPatchMap() = default;

@@ -165,6 +165,11 @@ int CKovPkStdBlk::WriteUserDataToImage(const CKovPk* pk, CKovImage* image, uint3
                                        const CKovCpLayout* cpLayout, uint16_t blkID,
                                        int instance) const {
   auto fieldsMap = std::make_unique<KovFieldsMap>();
+  // The instances of a block mostly place the same fields: room for as many as the last one's.
+  if (instance > 1 && static_cast<size_t>(instance) - 2 < fieldMaps.size()) {
+    const std::unique_ptr<KovFieldsMap>& before = fieldMaps[static_cast<size_t>(instance) - 2];
+    if (before) fieldsMap->Reserve(before->size());
+  }
   entry->WriteToImage(pk, image, nextFreeByte, 7, fieldsMap.get(), dataLayout, cpLayout, blkID,
                       instance);
   fieldMaps[static_cast<size_t>(instance) - 1] = std::move(fieldsMap);

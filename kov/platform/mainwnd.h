@@ -6,6 +6,7 @@
 // application has handled them. With none installed every call does nothing. The window is not
 // owned by the library; the application keeps it alive while it is installed. Installing is
 // safe while packs run on other threads; those threads then call the window from each of them.
+// The window's code runs outside any arena scope of the library (kov/platform/arena.h).
 #ifndef KOV_PLATFORM_MAINWND_H
 #define KOV_PLATFORM_MAINWND_H
 
