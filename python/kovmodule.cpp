@@ -39,7 +39,6 @@ namespace py = pybind11;
 
 namespace {
 
-
 // Message boxes of the library go to the collector of the calling thread; a thread without one
 // (a load or pack outside this module) gets the library's default, standard error.
 thread_local std::vector<std::string>* tlMessages = nullptr;
