@@ -78,7 +78,8 @@ class InstanceMap {
 
 // The block and instance (from 1) that a JSON pointer into a values file names: "/Zone/2/..." is
 // instance 3 of Zone when Zone's value is an array, "/General/..." instance 1.
-std::pair<std::string, uint32_t> instanceAt(const Json& values, const std::string& pointer) {
+std::pair<std::string, uint32_t> instanceAt(const KovValueTree& values,
+                                            const std::string& pointer) {
   std::vector<std::string> parts;
   for (size_t at = 0; at < pointer.size() && parts.size() < 2;) {
     size_t next = pointer.find('/', at + 1);
@@ -95,9 +96,9 @@ std::pair<std::string, uint32_t> instanceAt(const Json& values, const std::strin
     at = next == std::string::npos ? pointer.size() : next;
   }
   if (parts.empty()) return {"", 0};
-  auto it = values.find(parts[0]);
+  KovValueNode blk = values.Find(values.Root(), parts[0]);
   uint32_t n = 1;
-  if (it != values.end() && it->is_array() && parts.size() > 1 &&
+  if (!blk.IsNull() && values.TypeOf(blk) == KovValueTree::Type::Array && parts.size() > 1 &&
       parts[1].find_first_not_of("0123456789") == std::string::npos && parts[1].size() < 6) {
     n = static_cast<uint32_t>(std::stoul(parts[1])) + 1;
   }
@@ -105,13 +106,13 @@ std::pair<std::string, uint32_t> instanceAt(const Json& values, const std::strin
 }
 
 // The strict check: the values an unpack wrote must pack back to the bytes they were read from.
-void checkRepack(const CKovJsonLayout& layout, const Json& values,
+void checkRepack(const CKovJsonLayout& layout, const KovValueTree& values,
                  const std::vector<uint8_t>& plain, const KovJsonWalk& walk, const InstanceMap& map,
                  const std::string& file) {
   const std::string tail = ": the image breaks its layout";
   std::unique_ptr<KovJsonPackData> data;
   try {
-    data = kovJsonPackData(layout, values, file);
+    data = kovJsonPackTree(layout, values, file);
   } catch (const KovJsonError& e) {
     auto [name, n] = instanceAt(values, e.GetPointer());
     throw KovJsonImageError(file, map.OffsetOf(name, n),
@@ -209,6 +210,14 @@ std::vector<KovJsonWalkFault> kovJsonWalkFaults(const CKovJsonLayout& layout,
 Json kovJsonUnpackFile(const CKovJsonLayout& layout, const std::vector<uint8_t>& bytes,
                        bool prefixes, const std::string& file, const std::string& reportPath,
                        bool strict) {
+  KovValueTape values;
+  kovJsonUnpackFileValues(layout, bytes, prefixes, file, reportPath, strict, values);
+  return values.ToJson(values.Root());
+}
+
+void kovJsonUnpackFileValues(const CKovJsonLayout& layout, const std::vector<uint8_t>& bytes,
+                             bool prefixes, const std::string& file, const std::string& reportPath,
+                             bool strict, KovValueTape& values) {
   KovJsonWalk walk = kovJsonWalkImage(bytes, prefixes);
   if (!walk.damage.empty()) throw KovJsonImageError(file, walk.damageOffset, walk.damage);
   if (walk.instances.empty()) throw KovJsonImageError(file, kKovJsonNoOffset, "the image is empty");
@@ -250,7 +259,9 @@ Json kovJsonUnpackFile(const CKovJsonLayout& layout, const std::vector<uint8_t>&
     delete e;
     throw KovJsonImageError(file, map.OffsetNamedIn(text), text);
   }
-  Json values = kovJsonUnpackedValues(layout, up);
+  // Room for a value per two bytes of the image, as a layout of small fields holds; a denser
+  // image grows the tree as it goes.
+  values.Reserve(plain.size() / 2);
+  kovJsonWriteUnpackedValues(layout, up, values);
   if (strict) checkRepack(layout, values, plain, walk, map, file);
-  return values;
 }

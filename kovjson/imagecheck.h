@@ -28,6 +28,7 @@
 
 #include "kovjson/imagewalk.h"
 #include "kovjson/jsonlayout.h"
+#include "kovjson/valuetree.h"
 
 // A fault of an image file: the file, the byte offset in it (kKovJsonNoOffset for none), the
 // text, and whether only the strict reading refuses it.
@@ -55,6 +56,11 @@ nlohmann::ordered_json kovJsonUnpackFile(const CKovJsonLayout& layout,
                                          const std::vector<uint8_t>& bytes, bool prefixes,
                                          const std::string& file, const std::string& reportPath,
                                          bool strict);
+// The same, the values written into values (empty): one tree for every reader of them, which
+// the strict check packs again without a JSON document between.
+void kovJsonUnpackFileValues(const CKovJsonLayout& layout, const std::vector<uint8_t>& bytes,
+                             bool prefixes, const std::string& file, const std::string& reportPath,
+                             bool strict, KovValueTape& values);
 
 // A fault of a walk that the layout tells.
 struct KovJsonWalkFault {

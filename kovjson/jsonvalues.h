@@ -71,6 +71,8 @@ std::vector<uint8_t> kovJsonPackImage(const CKovJsonLayout& layout, const KovJso
 
 // The values an unpack read, as a values file in layout order.
 nlohmann::ordered_json kovJsonUnpackedValues(const CKovJsonLayout& layout, const CKovUp& up);
+// The same values written into out (empty), one walk of the unpack for every reader of them.
+void kovJsonWriteUnpackedValues(const CKovJsonLayout& layout, const CKovUp& up, KovValueTape& out);
 
 // The value v of a number, character, string or name field f that up read, as a values file
 // writes it: an enum name, a list of flags, a signed number, a decimal text, a one-character

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <string>
 #include <utility>
 
 #include "kovjson/jsonvalues.h"
@@ -23,70 +25,86 @@ Json kovNameValue(const CKovJsonLayout& layout, const CKovUp& up, const KovJsonF
   return ref;
 }
 
-// Writes the values of an unpack.
+// Writes the values of an unpack into a tape, in layout order.
 class ValuesWriter {
  public:
-  ValuesWriter(const CKovJsonLayout& layout, const CKovUp& up) : layout(layout), up(up) {}
+  ValuesWriter(const CKovJsonLayout& layout, const CKovUp& up, KovValueTape& out)
+      : layout(layout), up(up), out(out) {}
 
-  Json Write() {
-    Json root = Json::object();
+  void Write() {
+    out.BeginObject();
     for (const KovJsonBlock& blk : layout.GetBlocks()) {
       const CKovUpStdBlk* read = up.GetUnpackedBlk(blk.id);
       if (read == nullptr) continue;
       // The pack generates a header block that has no fields of its own.
       if (blk.kind == KovJsonBlkKind::Header && blk.fields.empty()) continue;
       int qty = read->GetBlkInstanceQty();
+      out.AddKey(blk.name);
       if (qty == 1 && !blk.multi) {
-        root[blk.name] = Entry(blk.fields, read->GetUpEntry(1));
+        Entry(blk.fields, read->GetUpEntry(1));
         continue;
       }
-      Json instances = Json::array();
-      for (int i = 1; i <= qty; ++i) instances.push_back(Entry(blk.fields, read->GetUpEntry(i)));
-      root[blk.name] = std::move(instances);
+      out.BeginArray();
+      for (int i = 1; i <= qty; ++i) Entry(blk.fields, read->GetUpEntry(i));
+      out.End();
     }
-    return root;
+    out.End();
   }
 
  private:
-  Json Entry(const std::vector<KovJsonField>& fields, const CKovUpEntry* entry) {
-    Json obj = Json::object();
-    if (entry == nullptr) return obj;
-    // The names of an entry's fields differ: each member goes straight to the end of the object,
-    // without a search for one of the same name.
-    Json::object_t& members = *obj.get_ptr<Json::object_t*>();
-    members.reserve(fields.size());
-    for (const KovJsonField& f : fields) {
-      if (!f.quantityOf.empty()) continue;
-      CKovUpField* const* field = entry->GetUpFieldMap().PLookup(f.id);
-      if (field == nullptr || *field == nullptr || (*field)->GetData() == nullptr) continue;
-      members.emplace_back(f.name, Value(f, (*field)->GetData()));
+  void Entry(const std::vector<KovJsonField>& fields, const CKovUpEntry* entry) {
+    out.BeginObject();
+    if (entry != nullptr) {
+      for (const KovJsonField& f : fields) {
+        if (!f.quantityOf.empty()) continue;
+        CKovUpField* const* field = entry->GetUpFieldMap().PLookup(f.id);
+        if (field == nullptr || *field == nullptr || (*field)->GetData() == nullptr) continue;
+        out.AddKey(f.name);
+        Value(f, (*field)->GetData());
+      }
     }
-    return obj;
+    out.End();
   }
 
-  Json Value(const KovJsonField& f, const CKovField* v) {
+  void Value(const KovJsonField& f, const CKovField* v) {
     if (v->IsList()) {
-      Json entries = Json::array();
+      out.BeginArray();
       const CKovUpEntryList* list = static_cast<const CKovListField*>(v)->GetUpEntryList();
       if (list != nullptr) {
-        Json::array_t& items = *entries.get_ptr<Json::array_t*>();
-        items.reserve(static_cast<size_t>(list->GetCount()));
-        for (const CKovUpEntry* e : *list) items.push_back(Entry(f.entry, e));
+        for (const CKovUpEntry* e : *list) Entry(f.entry, e);
       }
-      return entries;
+      out.End();
+      return;
     }
     if (v->IsUnion()) {
       auto u = static_cast<const CKovUnionField*>(v);
       const KovJsonOption* option = f.FindOption(u->GetLayoutID());
-      Json obj = Json::object();
-      if (option != nullptr) obj[option->name] = Entry(option->fields, u->GetUpEntry());
-      return obj;
+      out.BeginObject();
+      if (option != nullptr) {
+        out.AddKey(option->name);
+        Entry(option->fields, u->GetUpEntry());
+      }
+      out.End();
+      return;
     }
-    return kovJsonUnpackedValue(layout, up, f, v);
+    // The common values without a JSON value between: a plain number, a string of ASCII.
+    if (v->IsNumber() && f.format.IsPlain()) {
+      out.AddUnsigned(static_cast<const CKovNumField*>(v)->GetValue());
+      return;
+    }
+    if (v->IsString()) {
+      std::string bytes = static_cast<const CKovStrField*>(v)->GetValue();
+      bool ascii = std::all_of(bytes.begin(), bytes.end(),
+                               [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+      out.AddString(ascii ? bytes : kovJsonUtf8FromLatin1(bytes));
+      return;
+    }
+    out.AddJson(kovJsonUnpackedValue(layout, up, f, v));
   }
 
   const CKovJsonLayout& layout;
   const CKovUp& up;
+  KovValueTape& out;
 };
 
 }  // namespace
@@ -110,8 +128,14 @@ Json kovJsonUnpackedValue(const CKovJsonLayout& layout, const CKovUp& up, const 
   }
   return nullptr;
 }
+void kovJsonWriteUnpackedValues(const CKovJsonLayout& layout, const CKovUp& up, KovValueTape& out) {
+  ValuesWriter(layout, up, out).Write();
+}
+
 Json kovJsonUnpackedValues(const CKovJsonLayout& layout, const CKovUp& up) {
-  return ValuesWriter(layout, up).Write();
+  KovValueTape values;
+  kovJsonWriteUnpackedValues(layout, up, values);
+  return values.ToJson(values.Root());
 }
 
 std::string kovJsonUtf8FromLatin1(const std::string& bytes) {

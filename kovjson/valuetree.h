@@ -19,6 +19,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 struct KovValueNode {
   const void* p = nullptr;
@@ -80,6 +82,109 @@ class KovJsonValueTree : public KovValueTree {
 
  private:
   const nlohmann::ordered_json* root;
+};
+
+// A tree of values of its own, held in a few flat arrays: what a front end copies its values into
+// so that the pack can read them without the front end's lock, and what an unpack writes once
+// for every reader of its values (a JSON document, the objects of a scripting language, the
+// strict check that packs them again).
+//
+// It is written in document order: Add* appends a value, BeginObject/BeginArray open a container
+// that End closes, and inside an object AddKey names the member whose value comes next. Member
+// names are kept once each (a values file repeats a few names many times), looked up first by
+// the address of the text, then by the text. Strings are copied. Type::Other holds a text that
+// ToJson gives as a JSON string (a decimal number object of a scripting language). The writer
+// trusts its caller's order (a key before every member's value, End matching a Begin); the tree
+// is read once End closed the root.
+//
+// Cost: every value is an item of 16 bytes and an index entry in its container; Add* is O(1)
+// amortized, End copies the container's child indices once. All reads are O(1) but Find, which
+// is linear in the members of the object.
+class KovValueTape : public KovValueTree {
+ public:
+  struct Item {
+    uint32_t typeAndKey;  // Type in the low 8 bits, the member name's index above (kNoKey: none)
+    uint32_t size;        // the length of a string, the children of a container
+    uint64_t data;        // a number's bits, a string's offset in the text, a container's first
+                          // child in the child index
+  };
+  static constexpr uint32_t kNoKey = 0xFFFFFF;
+
+  void AddKey(std::string_view name);
+  void AddNull() { Push(Type::Null, 0, 0); }
+  void AddBool(bool b) { Push(Type::Bool, 0, b ? 1 : 0); }
+  void AddUnsigned(uint64_t u) { Push(Type::Unsigned, 0, u); }
+  void AddInteger(int64_t i) { Push(Type::Integer, 0, static_cast<uint64_t>(i)); }
+  void AddFloat(double d);
+  void AddString(std::string_view s) { PushText(Type::String, s); }
+  void AddOther(std::string_view text) { PushText(Type::Other, text); }
+  void BeginObject() { Open(Type::Object); }
+  void BeginArray() { Open(Type::Array); }
+  void End();
+  // Appends j, containers and all.
+  void AddJson(const nlohmann::ordered_json& j);
+  // Room for about values values without growing; never throws but for exhausted memory.
+  void Reserve(size_t values);
+  // Empties the tree for writing again, keeping the room it has; never throws.
+  void Clear();
+  // The values the tree has room for without growing.
+  size_t Capacity() const { return items.capacity(); }
+
+  // Direct reading, for a reader that walks the whole tree: the item of a node, the children of
+  // a container (their node indices), a member name, the text of a string or Other.
+  const Item& ItemOf(KovValueNode n) const { return items[n.i]; }
+  static Type TypeOfItem(const Item& item) { return static_cast<Type>(item.typeAndKey & 0xFF); }
+  const uint32_t* Children(const Item& item) const { return kids.data() + item.data; }
+  size_t KeyCount() const { return keys.size(); }
+  const std::string& KeyName(uint32_t key) const { return keys[key]; }
+  std::string_view Text(const Item& item) const {
+    return std::string_view(chars.data() + item.data, item.size);
+  }
+  KovValueNode NodeAt(uint32_t index) const { return {this, index}; }
+
+  KovValueNode Root() const override { return items.empty() ? KovValueNode() : NodeAt(0); }
+  Type TypeOf(KovValueNode n) const override { return TypeOfItem(items[n.i]); }
+  uint64_t Unsigned(KovValueNode n) const override { return items[n.i].data; }
+  std::string_view String(KovValueNode n) const override { return Text(items[n.i]); }
+  size_t Size(KovValueNode n) const override {
+    Type type = TypeOf(n);
+    return type == Type::Object || type == Type::Array ? items[n.i].size : 0;
+  }
+  bool NextMember(KovValueNode n, KovValueIter& it, std::string_view& key,
+                  KovValueNode& value) const override;
+  bool NextElement(KovValueNode n, KovValueIter& it, KovValueNode& value) const override;
+  KovValueNode Find(KovValueNode n, std::string_view key) const override;
+  KovValueNode At(KovValueNode n, size_t i) const override {
+    return NodeAt(Children(items[n.i])[i]);
+  }
+  nlohmann::ordered_json ToJson(KovValueNode n) const override;
+
+ private:
+  void Push(Type type, uint32_t size, uint64_t data) {
+    // The first value is the root; every later one is a child of the innermost open container.
+    if (!items.empty()) pending.push_back(static_cast<uint32_t>(items.size()));
+    items.push_back({static_cast<uint32_t>(type) | nextKey << 8, size, data});
+    nextKey = kNoKey;
+  }
+  void PushText(Type type, std::string_view text);
+  void Open(Type type);
+
+  std::vector<Item> items;
+  std::vector<uint32_t> kids;     // the children of every container, each container's together
+  std::string chars;              // the text of every string
+  std::vector<std::string> keys;  // member names by index
+  std::unordered_map<std::string, uint32_t> keyIndex;
+  // The last names seen by the address of their text: a hit still compares the text.
+  struct KeyHint {
+    const char* text = nullptr;
+    size_t size = 0;
+    uint32_t key = 0;
+  };
+  KeyHint hints[256];
+  uint32_t nextKey = kNoKey;
+  std::vector<uint32_t> pending;  // the children of the open containers so far, outermost first
+  std::vector<uint32_t> open;     // the open containers: item index, then where its children
+                                  // start in pending
 };
 
 #endif  // KOVJSON_VALUETREE_H

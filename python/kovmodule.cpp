@@ -5,17 +5,18 @@
 // bytearrays and memoryviews back into such dicts. Failures raise subclasses of kov.Error that
 // carry the library's text and where it happened: LayoutError and ValuesError the file name and
 // the JSON pointer, ImageError the byte offset when one is known. unpack and dump read an image
-// as kovtool does (kovJsonUnpackFile): faults in the layout's words, strict unless lenient. Pack
-// reads the dict in place as a value tree, and unpacked values become Python objects, through
-// pyvalues.h. The library's exception pointers are caught and deleted here; nothing but a Python
-// exception leaves a call.
+// as kovtool does (kovJsonUnpackFileValues): faults in the layout's words, strict unless lenient.
+// Pack copies the dict into a value tree of the library's own, and unpacked values become Python
+// objects from such a tree, through pyvalues.h. The library's exception pointers are caught and
+// deleted here; nothing but a Python exception leaves a call.
 //
 // Threads: the GIL is released while the library loads, packs, unpacks and walks, so threads
 // working on different images run in parallel over one shared Layout. A call reads its input
-// from Python objects (the values dict, the buffer) while it still holds the GIL: pack reads the
-// dict into the library's pack data, unpack copies the buffer; so another thread changing them
-// meanwhile can't reach the library. The library's message boxes are collected per thread and
-// become warnings (load, unpack) or a ValuesError (pack: a value the library could not store).
+// from Python objects (the values dict, the buffer) while it still holds the GIL: pack copies the
+// dict, unpack the buffer; so another thread changing them meanwhile can't reach the library.
+// Unpacked values become Python objects once the GIL is held again. The library's message boxes are
+// collected per thread and become warnings (load, unpack) or a ValuesError (pack: a value the
+// library could not store).
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -37,8 +38,6 @@
 namespace py = pybind11;
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // Message boxes of the library go to the collector of the calling thread; a thread without one
 // (a load or pack outside this module) gets the library's default, standard error.
@@ -157,6 +156,23 @@ void warnAll(const std::vector<std::string>& texts) {
   }
 }
 
+// A value tree for one call, taken from the thread's spare so that its room (pages the kernel
+// has already mapped and zeroed) serves the next call; a tree beyond kSpareValues values goes
+// back to the heap instead of being kept.
+constexpr size_t kSpareValues = size_t{1} << 23;
+thread_local std::unique_ptr<KovValueTape> tlSpareTape;
+
+std::unique_ptr<KovValueTape> takeTape() {
+  if (tlSpareTape == nullptr) return std::make_unique<KovValueTape>();
+  std::unique_ptr<KovValueTape> tape = std::move(tlSpareTape);
+  tape->Clear();
+  return tape;
+}
+
+void keepTape(std::unique_ptr<KovValueTape> tape) {
+  if (tape != nullptr && tape->Capacity() <= kSpareValues) tlSpareTape = std::move(tape);
+}
+
 // A C-contiguous buffer (bytes, bytearray, memoryview, ...), held while this object lives.
 class BufferView {
  public:
@@ -231,28 +247,23 @@ class Layout {
   std::string Tree() const { return CKovCpLayoutView::GetLayoutTreeText(layout->GetCpLayout()); }
 
   py::bytes Pack(py::handle values, bool prefixes) const {
-    // The values are read in place, under the GIL; the pack itself runs without it.
-    std::unique_ptr<KovJsonPackData> data;
-    Failure fail;
-    std::vector<std::string> messages;
-    {
-      MessageCapture capture;
-      fail = guarded(FailKind::Values, [&] {
-        if (!PyDict_Check(values.ptr())) {
-          throw KovJsonError("<values>", "", "the values must be a dict of blocks");
-        }
-        data = kovJsonPackTree(*layout, KovPyValueTree(values.ptr()), "<values>");
-      });
-      messages = std::move(capture.texts);
-    }
+    // The values are copied under the GIL into a tree of the library's own, which the pack then
+    // reads without it: threads packing different images run in parallel.
+    std::unique_ptr<KovValueTape> tree = takeTape();
+    Failure fail = guarded(FailKind::Values, [&] {
+      if (!PyDict_Check(values.ptr())) {
+        throw KovJsonError("<values>", "", "the values must be a dict of blocks");
+      }
+      kovPyCopyValues(values.ptr(), *tree);
+    });
     std::vector<uint8_t> bytes;
     if (!fail) {
       py::gil_scoped_release nogil;
       MessageCapture capture;
-      capture.texts = std::move(messages);
       fail = guarded(FailKind::Values, [&] {
+        std::unique_ptr<KovJsonPackData> data = kovJsonPackTree(*layout, *tree, "<values>");
+        keepTape(std::move(tree));
         bytes = kovJsonPackImage(*layout, *data, prefixes, "");
-        data.reset();
       });
       // The library shows a value it can't store in a message box and goes on.
       if (!fail && !capture.texts.empty()) {
@@ -260,6 +271,7 @@ class Layout {
         for (const std::string& t : capture.texts) text += " " + t;
         fail = textFailure(FailKind::Values, text);
       }
+      keepTape(std::move(tree));
     }
     if (fail) raise(fail);
     return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
@@ -269,10 +281,14 @@ class Layout {
   // and, unless lenient, the refusal of an image that breaks its own layout.
   py::object Unpack(const py::buffer& data, bool prefixes, bool lenient) const {
     std::vector<uint8_t> bytes = bytesOf(data);
-    Json values;
-    runOnImage(
-        [&] { values = kovJsonUnpackFile(*layout, bytes, prefixes, "<image>", "", !lenient); });
-    return KovPyToPy().Convert(values);
+    // Unpacked and checked without the GIL into a tree whose values then become Python objects.
+    std::unique_ptr<KovValueTape> values = takeTape();
+    runOnImage([&] {
+      kovJsonUnpackFileValues(*layout, bytes, prefixes, "<image>", "", !lenient, *values);
+    });
+    py::object out = kovPyFromTape(*values);
+    keepTape(std::move(values));
+    return out;
   }
 
   // Runs work on an image without the GIL, its message boxes captured: a refusal of the image
@@ -305,7 +321,8 @@ class Layout {
     KovJsonFieldWalk walk;
     runOnImage([&] {
       // Refuses what the library refuses, in the layout's words.
-      kovJsonUnpackFile(*layout, bytes, prefixes, "<image>", "", false);
+      KovValueTape unused;
+      kovJsonUnpackFileValues(*layout, bytes, prefixes, "<image>", "", false, unused);
       KovJsonWalk hdrWalk = kovJsonWalkImage(bytes, prefixes);
       CKovUp up(layout->GetCpLayout(), prefixes ? kovJsonWithoutPrefixes(bytes, hdrWalk) : bytes,
                 "");

@@ -1,5 +1,5 @@
-// Python values for the module kov (kovmodule.cpp): dicts read in place as a value tree by the
-// pack, and conversions to and from the JSON of values files.
+// Python values for the module kov (kovmodule.cpp): dicts copied into a value tree for the pack,
+// unpacked values made Python objects, and single JSON values (of the field walk) as Python.
 #ifndef KOV_PYTHON_PYVALUES_H
 #define KOV_PYTHON_PYVALUES_H
 
@@ -11,40 +11,19 @@
 
 #include "kovjson/valuetree.h"
 
-// Python values to JSON. Dict keys must be strings; ints become JSON integers, floats numbers, a
-// decimal.Decimal its exact text in fixed-point notation (a scaled field's value), bools
-// booleans, None null; lists and tuples arrays. Anything else throws
-// KovJsonError("<values>", its JSON pointer, text). Needs the GIL.
-nlohmann::ordered_json kovPyToJson(PyObject* o);
+// Python values copied into a tree of the library's own (kovjson/valuetree.h), which the pack
+// then reads without the GIL: dicts become objects (keys must be str), lists and tuples arrays,
+// ints numbers (unsigned when not negative; beyond 64 bits refused), floats numbers, str
+// strings, bools and None themselves, a decimal.Decimal its exact text in fixed-point notation
+// (a scaled field's value, Type::Other). Anything else, or a str that can't be UTF-8, throws
+// KovJsonError("<values>", its JSON pointer, text) at the first such value in dict order. Needs
+// the GIL.
+void kovPyCopyValues(PyObject* root, KovValueTape& out);
 
-// Python values read in place by the pack (kovJsonPackTree): dicts are objects, lists and tuples
-// arrays, and every other value is read as kovPyToJson gives it. The constructor checks the whole
-// tree as kovPyToJson would and throws its KovJsonError, so that the reading itself meets only
-// values it can take. The tree and the values must stay unchanged while it is read, and every
-// call needs the GIL.
-class KovPyValueTree : public KovValueTree {
- public:
-  explicit KovPyValueTree(PyObject* root);
-
-  KovValueNode Root() const override { return {root, 0}; }
-  Type TypeOf(KovValueNode n) const override;
-  uint64_t Unsigned(KovValueNode n) const override;
-  std::string_view String(KovValueNode n) const override;
-  size_t Size(KovValueNode n) const override;
-  bool NextMember(KovValueNode n, KovValueIter& it, std::string_view& key,
-                  KovValueNode& value) const override;
-  bool NextElement(KovValueNode n, KovValueIter& it, KovValueNode& value) const override;
-  KovValueNode Find(KovValueNode n, std::string_view key) const override;
-  KovValueNode At(KovValueNode n, size_t i) const override;
-  nlohmann::ordered_json ToJson(KovValueNode n) const override;
-
- private:
-  static PyObject* obj(KovValueNode n) {
-    return const_cast<PyObject*>(static_cast<const PyObject*>(n.p));
-  }
-
-  PyObject* root;
-};
+// The values of a tree as Python objects: objects become dicts in their order, arrays lists,
+// numbers ints (floats for fractions), strings and Other str, booleans bools, null None. Each
+// member name is made a str once. Needs the GIL.
+pybind11::object kovPyFromTape(const KovValueTape& values);
 
 // JSON to Python: objects become dicts in their order, arrays lists, numbers ints, strings str.
 // Member names repeat in every instance and entry, so each distinct name is made a str once per
