@@ -540,7 +540,7 @@ class CKovMap {
   V& operator[](K key) {
     if (m_large == nullptr) {
       if constexpr (kCompact) {
-        value_type* found = findCompact(key);
+        value_type* found = findCompactFromHint(key);
         if (found != nullptr) return found->second;
         if (m_count < ScanLimit) return insertCompact(key)->second;
         growLarge();
@@ -668,6 +668,20 @@ class CKovMap {
     return nullptr;
   }
 
+  // findCompact for a writer: the slot after the one it found or made last comes first, which is
+  // where the next key stands when keys are stored in the order of the array (the fields of one
+  // entry after another into the same map).
+  value_type* findCompactFromHint(K key) {
+    const uint32_t hint = m_hint < m_count ? m_hint : 0;
+    if (m_count != 0 && m_slots[hint].first == key) {
+      m_hint = static_cast<uint8_t>(hint + 1);
+      return m_slots + hint;
+    }
+    value_type* found = findCompact(key);
+    if (found != nullptr) m_hint = static_cast<uint8_t>(found - m_slots + 1);
+    return found;
+  }
+
   // The array runs from the last key of the iteration to the first: a new key goes behind the
   // keys of its bucket and of the buckets after it, in front of those of the buckets before it.
   value_type* insertCompact(K key) {
@@ -688,6 +702,7 @@ class CKovMap {
                    (m_count - at) * sizeof(value_type));
     }
     ++m_count;
+    m_hint = static_cast<uint8_t>(at + 1);
     return new (m_slots + at) value_type(std::piecewise_construct, std::forward_as_tuple(key),
                                          std::forward_as_tuple());
   }
@@ -744,7 +759,10 @@ class CKovMap {
   uint32_t m_count = 0;           // of the compact form
   uint16_t m_capacity = 0;
   bool m_inArena = false;    // the memory comes from an arena (see UseCurrentArena)
+  uint8_t m_hint = 0;        // where operator[] looks first (findCompactFromHint); any value
   Large* m_large = nullptr;  // the large form, or null
 };
+
+static_assert(sizeof(CKovMap<uint32_t, void*>) == 24, "a map object is 24 bytes");
 
 #endif  // KOV_PLATFORM_KOVMAP_H
