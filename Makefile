@@ -36,11 +36,14 @@ test-sanitize: deps
 	  ctest --output-on-failure -j $(JOBS)
 
 # The declarative layer's suite under ThreadSanitizer, with its test of packs and unpacks on
-# several threads over one layout while layouts are loaded and dropped beside them.
+# several threads over one layout while layouts are loaded and dropped beside them, and the
+# arena's tests, which pass kept chunks between threads.
 test-tsan: deps
 	@cmake -S . -B $(BUILD)-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKOV_TSAN=ON >/dev/null
-	@cmake --build $(BUILD)-tsan -j $(JOBS) --target kovjson_tests
+	@cmake --build $(BUILD)-tsan -j $(JOBS) --target kovjson_tests kov_tests
 	@TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $(BUILD)-tsan/kovjson/kovjson_tests
+	@TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $(BUILD)-tsan/kov_tests \
+	  --gtest_filter='Arena.*
 
 # Line coverage of the library (kov/, tests and test helpers left out) from the test suite, built
 # with gcov instrumentation in its own directory; gcovr prints each file and the total.

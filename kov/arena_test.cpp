@@ -1,6 +1,8 @@
 // The arena of an unpack: what it hands out, which allocations it takes, and that results made
 // in it read back the same however other unpacks come and go beside them.
+#include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -69,6 +71,34 @@ TEST(Arena, KeepsReleasedLargestChunksForTheNextArenaUpToItsTrim) {
 #endif
   kovArenaTrimCache();
   EXPECT_EQ(kovArenaCachedBytes(), 0u);
+}
+
+TEST(Arena, ThreadsTakingKeptChunksNeverShareOne) {
+  // Two threads each fill arenas past several 256 KiB chunks with their own byte, check every
+  // byte, and release them to the kept chunks for the other to take: a chunk handed to two arenas
+  // at once shows as a byte of the other thread's.
+  auto work = [](unsigned char mark, bool& clean) {
+    for (int round = 0; round < 20 && clean; ++round) {
+      CKovArena arena;
+      std::vector<unsigned char*> runs;
+      while (arena.GetBytesHeld() < 6 * 256 * 1024) {
+        auto* p = static_cast<unsigned char*>(arena.Allocate(48 * 1024));
+        std::fill(p, p + 48 * 1024, mark);
+        runs.push_back(p);
+      }
+      for (unsigned char* p : runs) {
+        if (std::count(p, p + 48 * 1024, mark) != 48 * 1024) clean = false;
+      }
+    }
+  };
+  bool clean1 = true;
+  bool clean2 = true;
+  std::thread first(work, 0x5A, std::ref(clean1));
+  std::thread second(work, 0xA5, std::ref(clean2));
+  first.join();
+  second.join();
+  EXPECT_TRUE(clean1);
+  EXPECT_TRUE(clean2);
 }
 
 TEST(Arena, ScopesChooseWhereResultObjectsAndArenaMapsLive) {
