@@ -252,8 +252,12 @@ TEST(FieldWalk, EachInstanceHandsOverTheWholeWalk) {
                           kovFormat(" %llu %u %d ", static_cast<unsigned long long>(n.bitIndex),
                                     n.bits, n.hdr) +
                           n.raw + n.text);
-              if (k > 0) EXPECT_EQ(n.path.rfind(w.nodes[n.parent].path, 0), 0u) << n.path;
-              if (!imageOrder) EXPECT_EQ(whole.nodes[base + k].path, n.path);
+              if (k > 0) {
+                EXPECT_EQ(n.path.rfind(w.nodes[n.parent].path, 0), 0u) << n.path;
+              }
+              if (!imageOrder) {
+                EXPECT_EQ(whole.nodes[base + k].path, n.path);
+              }
             }
             const KovJsonNode& root = w.nodes.front();
             if (imageOrder && root.hdr >= 0 && root.placed &&
