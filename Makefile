@@ -43,7 +43,7 @@ test-tsan: deps
 	@cmake --build $(BUILD)-tsan -j $(JOBS) --target kovjson_tests kov_tests
 	@TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $(BUILD)-tsan/kovjson/kovjson_tests
 	@TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" $(BUILD)-tsan/kov_tests \
-	  --gtest_filter='Arena.*
+	  --gtest_filter='Arena.*'
 
 # Line coverage of the library (kov/, tests and test helpers left out) from the test suite, built
 # with gcov instrumentation in its own directory; gcovr prints each file and the total.

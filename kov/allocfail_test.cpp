@@ -3,6 +3,7 @@
 // pack's used size 0, an unpack spent), and frees what it made. The sanitizer build, with leak
 // checking, turns a leak or a second free on any of these roads into a failure. The operator new
 // here also counts the bytes allocated, for the tests that bound an unpack by its image.
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -16,14 +17,15 @@
 
 namespace {
 
-// Allocations left before the one that fails; below 0, none fails.
-long long gAllocsLeft = -1;
-bool gFailed = false;
-long long gBytesAllocated = 0;
+// Allocations left before the one that fails; below 0, none fails. Atomic, as other tests of
+// this program allocate from several threads; the failing runs allocate from one.
+std::atomic<long long> gAllocsLeft{-1};
+std::atomic<bool> gFailed{false};
+std::atomic<long long> gBytesAllocated{0};
 
 void* allocate(std::size_t size) {
-  gBytesAllocated += static_cast<long long>(size);
-  if (gAllocsLeft >= 0 && gAllocsLeft-- == 0) {
+  gBytesAllocated.fetch_add(static_cast<long long>(size), std::memory_order_relaxed);
+  if (gAllocsLeft.load(std::memory_order_relaxed) >= 0 && gAllocsLeft.fetch_sub(1) == 0) {
     gFailed = true;
     throw std::bad_alloc();
   }
