@@ -205,8 +205,8 @@ void CKovImage::SetAt(uint32_t index, uint32_t value, uint8_t numBytes) {
   }
 }
 
-int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart, uint32_t value,
-                        uint8_t numBits) {
+int kovWriteBitsToImageSlow(CKovImage* image, uint32_t startByte, uint8_t msbStart,
+                            uint32_t value, uint8_t numBits) {
   if (image == nullptr || numBits > 32 || msbStart > 7 || startByte >= image->m_size) return 0;
   if (numBits == 0) return 1;
   // As in the reader: the field is merged into a word of the 8 bytes from startByte where the

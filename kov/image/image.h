@@ -94,6 +94,8 @@ class CKovImage {
   // The bit writer stores into the buffer directly.
   friend int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart,
                                  uint32_t value, uint8_t numBits);
+  friend int kovWriteBitsToImageSlow(CKovImage* image, uint32_t startByte, uint8_t msbStart,
+                                     uint32_t value, uint8_t numBits);
 
   std::unique_ptr<uint8_t[]> m_bytes;
   uint32_t m_size = 0;
@@ -106,6 +108,30 @@ class CKovImage {
 // 0 at a byte inside the image changes nothing and succeeds. Never throws.
 int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart, uint32_t value,
                         uint8_t numBits);
+// The bit writer's road for what its inline part leaves: any field without 8 bytes of image from
+// its first, and every failure. The same contract.
+int kovWriteBitsToImageSlow(CKovImage* image, uint32_t startByte, uint8_t msbStart, uint32_t value,
+                            uint8_t numBits);
+
+// Inline, as every number a pack writes comes through it: a field of 1 to 32 bits with 8 bytes
+// of image from its first byte is merged into those 8 bytes, read and stored big-endian whole.
+inline int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart,
+                               uint32_t value, uint8_t numBits) {
+  if (image == nullptr || numBits - 1u >= 32u || msbStart > 7 || startByte >= image->m_size ||
+      image->m_size - startByte < 8) {
+    return kovWriteBitsToImageSlow(image, startByte, msbStart, value, numBits);
+  }
+  uint8_t* at = image->m_bytes.get() + startByte;
+  const uint32_t shift = 64 - (7u - msbStart) - numBits;  // the word's bits behind the field
+  const uint64_t bits = (uint64_t{1} << numBits) - 1;
+  // One expression, which the compiler turns into one load and a byte swap.
+  uint64_t word = uint64_t{at[0]} << 56 | uint64_t{at[1]} << 48 | uint64_t{at[2]} << 40 |
+                  uint64_t{at[3]} << 32 | uint64_t{at[4]} << 24 | uint64_t{at[5]} << 16 |
+                  uint64_t{at[6]} << 8 | uint64_t{at[7]};
+  word = (word & ~(bits << shift)) | ((uint64_t{value} & bits) << shift);
+  for (int i = 7; i >= 0; --i, word >>= 8) at[i] = static_cast<uint8_t>(word);
+  return 1;
+}
 
 // Bits msb down to msb - numBits + 1 of word, moved down to bit 0. Needs numBits <= msb + 1 and
 // msb <= 31; outside that, and for numBits 0, gives 0.

@@ -64,13 +64,17 @@ int CKovPkEntry::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entry
                               uint16_t blkID, int instance) const {
   // Most entries hold their fields in the slots of the layout's own order: the layout of such a
   // field is the one beside its id in that order, without a look-up.
-  const std::vector<CKovDataLayout::OrderedField>& ordered = dataLayout->GetOrderedFields();
-  for (size_t slot = 0; slot < orderedPkFields.size(); ++slot) {
-    const CKovPkField* pkField = orderedPkFields[slot];
+  // Neither array changes while the entry is written: their bounds are read once.
+  const CKovDataLayout::OrderedField* ordered = dataLayout->GetOrderedFields().data();
+  const size_t orderedCount = dataLayout->GetOrderedFields().size();
+  const CKovPkField* const* slots = orderedPkFields.data();
+  const size_t slotCount = orderedPkFields.size();
+  for (size_t slot = 0; slot < slotCount; ++slot) {
+    const CKovPkField* pkField = slots[slot];
     if (pkField == nullptr) continue;
     uint32_t id = pkField->GetFieldID();
     const CKovFieldLayout* layout =
-        slot < ordered.size() && ordered[slot].first == id && ordered[slot].second != nullptr
+        slot < orderedCount && ordered[slot].first == id && ordered[slot].second != nullptr
             ? ordered[slot].second
             : dataLayout->GetFieldLayout(id);
     if (layout == nullptr) {
