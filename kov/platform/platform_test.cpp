@@ -68,13 +68,14 @@ TEST(KovMap, EditsKeepBucketOrderAndCopiesApart) {
          for (uint32_t k = 3; k < 100; ++k) m.RemoveKey(k * 7);
        },
        {{14, 2}, {7, -1}}},
-      {"remove all, then a smaller refill over the blocks of the first",
+      {"remove all, then a refill over the blocks of a larger first fill",
        [](Map& m) {
          for (uint32_t k = 0; k < 300; ++k) m.SetAt(k * 3, 1);
          m.RemoveAll();
          EXPECT_TRUE(m.IsEmpty());
          EXPECT_EQ(m.begin(), m.end());
-         for (uint32_t k = 0; k < 20; ++k) m.SetAt(k * 5, static_cast<int>(k));
+         for (uint32_t k = 0; k < 40; ++k) m.SetAt(k * 5, static_cast<int>(k));
+         for (uint32_t k = 20; k < 40; ++k) m.RemoveKey(k * 5);
        },
        {{15, 3}, {10, 2}, {5, 1},   {0, 0},   {30, 6},  {25, 5},  {20, 4},
         {45, 9}, {40, 8}, {35, 7},  {60, 12}, {55, 11}, {50, 10}, {75, 15},
