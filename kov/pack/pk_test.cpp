@@ -166,56 +166,49 @@ TEST(FillImage, InstanceTooLargeWritesNothingOfItAndUsesZero) {
                    "blk Size 11.\n");
 }
 
-TEST(FillImage, RefusesDataSizesThatWouldCorruptTheImage) {
+TEST(FillImage, RefusesSizesAndValuesItCannotWrite) {
+  // Padded pads its instances to 4 bytes; a size field holds the data size + 2 in 16 bits, so
+  // Plain's 65534 bytes of data can't be told; Radio's field 1, Volume, holds 4 bits.
   LayoutBuilder b;
-  CKovBlkLayout* padded = b.Block(1, "Padded", 0x21, 0, 1, 1, 4);
+  CKovBlkLayout* radio = b.Block(1, "Radio", 0x21, 1, 0, 0, 2);
+  CKovBlkLayout* padded = b.Block(2, "Padded", 0x22, 0, 1, 1, 4);
+  CKovBlkLayout* plain = b.Block(3, "Plain", 0x23, 1, 0, 0, 4);
+  LayoutBuilder::Num(radio, 1, 0, 0, 7, 4, 0);
   LayoutBuilder::Num(padded, 1, 0, 0, 7, 8, 0);
-  PackData data;
-  data.Add(padded, {entryOf({new CKovNumField(1, 1, 8)}), entryOf({new CKovNumField(2, 1, 8)})},
-           {4, 2});
-  CKovImage image(64);
-  CKovPk pk(&data.map, 0);
-  uint32_t used = 0;
-  EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Block Padded [2] is padded to 4 bytes but was given a data size of 2.");
-
-  PackData fewer;
-  fewer.Add(padded, {entryOf({new CKovNumField(1, 1, 8)}), entryOf({new CKovNumField(2, 1, 8)})},
-            {4});
-  CKovPk pk2(&fewer.map, 0);
-  EXPECT_KOV_THROW(pk2.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Block Padded has 2 instances but 1 data sizes.");
-
-  // The size field holds the data size + 2 in 16 bits: 65534 bytes of data can't be told.
-  CKovBlkLayout* plain = b.Block(2, "Plain", 0x22, 1, 0, 0, 4);
   LayoutBuilder::Num(plain, 1, 0, 0, 7, 8, 0);
-  PackData huge;
-  huge.Add(plain, {entryOf({new CKovNumField(1, 1, 8)})}, {65534});
-  CKovPk pk3(&huge.map, 0);
-  EXPECT_KOV_THROW(pk3.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Block Plain [1] has 65534 bytes of data; an instance holds at most 65533.");
-}
-
-TEST(FillImage, ValueTooWideAndUnknownFieldName) {
-  LayoutBuilder b;
-  CKovBlkLayout* blk = b.Block(1, "Radio", 0x21, 1, 0, 0, 2);
-  LayoutBuilder::Num(blk, 1, 0, 0, 7, 4, 0);
   kovRegisterString(1, "Volume");
-  PackData wide;
-  wide.Add(blk, {entryOf({new CKovNumField(16, 1, 4)})}, {2});
-  CKovImage image(64);
-  uint32_t used = 0;
-  CKovPk pk(&wide.map, 0);
-  EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Field Volume can not be fit as per the layout\n(see block Radio).");
+  const struct {
+    const CKovBlkLayout* blk;
+    std::vector<uint32_t> values;  // of field id, one instance each
+    uint32_t id;
+    std::vector<uint16_t> sizes;
+    const char* text;
+  } cases[] = {
+      {padded, {1, 2}, 1, {4, 2},
+       "Block Padded [2] is padded to 4 bytes but was given a data size of 2."},
+      {padded, {1, 2}, 1, {4}, "Block Padded has 2 instances but 1 data sizes."},
+      {plain, {1}, 1, {65534},
+       "Block Plain [1] has 65534 bytes of data; an instance holds at most 65533."},
+      {radio, {16}, 1, {2}, "Field Volume can not be fit as per the layout\n(see block Radio)."},
+      {radio, {1}, 77, {2}, "Layout not found for field 77 in block 1."},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    PackData data;
+    std::vector<CKovPkEntry*> entries;
+    for (uint32_t v : c.values) {
+      entries.push_back(entryOf({new CKovNumField(v, c.id, c.blk == radio ? 4 : 8)}));
+    }
+    data.Add(c.blk, entries, c.sizes);
+    CKovImage image(64);
+    CKovPk pk(&data.map, 0);
+    uint32_t used = 0;
+    EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0), c.text);
+    if (c.blk == radio) {
+      EXPECT_EQ(image.GetBytesArray()[6], 0);  // nothing of the value was written
+    }
+  }
   kovClearRegisteredStrings();
-  EXPECT_EQ(image.GetBytesArray()[6], 0);  // nothing of the value was written
-
-  PackData unknown;
-  unknown.Add(blk, {entryOf({new CKovNumField(1, 77, 4)})}, {2});
-  CKovPk pk2(&unknown.map, 0);
-  EXPECT_KOV_THROW(pk2.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Layout not found for field 77 in block 1.");
 }
 
 TEST(PkEntry, SkipsEmptySlotsAndWritesBothValuesGivenOneId) {
