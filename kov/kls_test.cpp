@@ -23,8 +23,7 @@ constexpr uint32_t kCfgLeq = CKovKLSBlkLayout::m_leqFldID;
 // A list layout of VarSzCfgLeq format at byte 'at' of blk's data, entries of one number.
 CKovListFieldLayout* cfgList(CKovBlkLayout* blk, uint32_t id, uint32_t at, uint32_t maxQty,
                              uint32_t entryBits, CKovDataLayout* parent = nullptr) {
-  auto* entry = new CKovDataLayout(ListEntryLayout, 0, 7, id, false);
-  entry->AddField(id + 1, 0, new CKovNumFieldLayout(id + 1, 0, entryBits, 7, true, 0, entry), 0);
+  CKovDataLayout* entry = numbers(id, {{{id + 1, 0, entryBits}}});
   KovListAttribStruct attribs(kCfgLeq, VarSzCfgLeq, maxQty, 0, entryBits, 0, nullptr);
   if (parent == nullptr) parent = blk->GetDataLayout();
   auto* list = new CKovListFieldLayout(id, at, 7, attribs, true, 0, parent, entry);
@@ -33,19 +32,32 @@ CKovListFieldLayout* cfgList(CKovBlkLayout* blk, uint32_t id, uint32_t at, uint3
   return list;
 }
 
-CKovListField* listValue(uint32_t id, uint16_t maxLeq, std::vector<uint32_t> values,
-                         uint32_t bits) {
-  auto* list = new CKovListField(id, static_cast<uint32_t>(values.size()), maxLeq, nullptr);
-  for (uint32_t v : values) list->AddEntryToList(entryOf({new CKovNumField(v, id + 1, bits)}));
-  list->SetImageSize(static_cast<uint32_t>(values.size()) * bits);
-  return list;
+// Adds blk to partition 1 of cp.
+template <typename Blk>
+Blk* place(CKovCpLayout* cp, Blk* blk) {
+  blk->SetPartitionNum(1);
+  cp->HasUniqueKovName(blk);
+  cp->AddBlkLayout(blk);
+  return blk;
 }
 
-// An entry holding one list, in the slot past the configuration fields.
-CKovPkEntry* listEntry(CKovField* list) {
-  auto* e = new CKovPkEntry(1);
-  e->AddPkField(list->GetFieldID(), new CKovPkField(list), 0);
-  return e;
+CKovDataLayout* blkData() { return new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true); }
+
+// Header block blkID, KOV type type, of distributed block distID; multi-instance if multi.
+CKovBlkLayout* addHeader(CKovCpLayout* cp, uint16_t blkID, uint16_t type, const char* name,
+                         uint16_t distID, int multi = 0) {
+  auto* hdr = new CKovBlkLayout(blkID, KovBlkLayoutAttrib(type, 0, multi, 0), name, 0, blkData(),
+                                0, 1);
+  hdr->SetDistKLSBlkID(distID);
+  return place(cp, hdr);
+}
+
+// Distributed KLS block blkID of maxSize data bytes, maxLLEQ entries a listlet, header hdrID.
+CKovKLSBlkLayout* addDist(CKovCpLayout* cp, uint16_t blkID, uint16_t type, const char* name,
+                          uint16_t maxSize, uint16_t maxLLEQ, uint16_t hdrID,
+                          KovCalcMaxLEQFunc calc = nullptr, int multi = 0) {
+  return place(cp, new CKovKLSBlkLayout(blkID, KovBlkLayoutAttrib(type, 0, multi, 0), name,
+                                        blkData(), maxSize, 1, maxLLEQ, hdrID, calc));
 }
 
 // Blocks A to E of the image-format example: C a KLS block, D the header of the distributed
@@ -54,29 +66,18 @@ struct FormatExample {
   explicit FormatExample(bool giveHeaderData = true, uint16_t maxLLEQ = 2, uint32_t cLayoutMax = 4,
                          uint16_t cMaxLeq = 4) {
     CKovCpLayout* cp = ab.b.cp.get();
-    auto* c = new CKovKLSBlkLayout(3, KovBlkLayoutAttrib(0x0013, 0, 0, 0), "C",
-                                   new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
-                                   4, 0, 0, 0, nullptr);
+    auto* c = place(cp, new CKovKLSBlkLayout(3, KovBlkLayoutAttrib(0x0013, 0, 0, 0), "C",
+                                             blkData(), 4, 0, 0, 0, nullptr));
     cfgList(c, 30, 8, cLayoutMax, 16);
-    hdr = new CKovBlkLayout(4, KovBlkLayoutAttrib(0x0015, 0, 0, 0), "D", 0,
-                            new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0, 1);
-    hdr->SetDistKLSBlkID(5);
-    dist = new CKovKLSBlkLayout(5, KovBlkLayoutAttrib(0x0014, 0, 0, 0), "E",
-                                new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10,
-                                1, maxLLEQ, 4, nullptr);
+    hdr = addHeader(cp, 4, 0x0015, "D", 5);
+    dist = addDist(cp, 5, 0x0014, "E", 10, maxLLEQ, 4);
     cfgList(dist, 50, 6, 5, 8);
-    for (CKovBlkLayout* blk : {static_cast<CKovBlkLayout*>(c), hdr,
-                               static_cast<CKovBlkLayout*>(dist)}) {
-      blk->SetPartitionNum(1);
-      cp->HasUniqueKovName(blk);
-      cp->AddBlkLayout(blk);
-    }
-    ab.data.Add(c, {listEntry(listValue(30, cMaxLeq, {0x0101, 0x0202}, 16))}, {12});
+    ab.data.Add(c, {entryOf({listValue(30, {0x0101, 0x0202}, 16, cMaxLeq)})}, {12});
     if (giveHeaderData) ab.data.Add(hdr, {new CKovPkEntry(0)}, {12});
   }
   void Lists(std::vector<std::vector<uint32_t>> lists, uint16_t maxLeq = 5) {
     std::vector<CKovPkEntry*> entries;
-    for (auto& values : lists) entries.push_back(listEntry(listValue(50, maxLeq, values, 8)));
+    for (auto& values : lists) entries.push_back(entryOf({listValue(50, values, 8, maxLeq)}));
     ab.data.Add(dist, entries, std::vector<uint16_t>(lists.size(), 0));
   }
   const CKovCpLayout* Layout() const { return ab.b.cp.get(); }
@@ -243,20 +244,20 @@ TEST(KlsPack, RefusesDataItCannotWriteWithTheBlockAndInstance) {
        "Attempting to pack header block D, instance 1\nbut no corresponding Distributed KLS "
        "block found."},
       {"maximum listlet LEQ 0 without a function to give it", false, 5, 0, 512,
-       [] { return listEntry(listValue(50, 5, {1}, 8)); },
+       [] { return entryOf({listValue(50, {1}, 8, 5)}); },
        "No user-defined max LLEQ calculation function found\nfor KLS block E"},
       {"entry without its list", false, 5, 2, 512,
        [] { return entryOf({new CKovNumField(1, 51, 8)}); },
        "Block E [1]: a KOV List Structure entry must hold its list as its one field."},
       {"list the layout lacks", false, 5, 2, 512,
-       [] { return listEntry(listValue(90, 5, {}, 8)); },
+       [] { return entryOf({listValue(90, {}, 8, 5)}); },
        "Block D: no list layout for list field 90."},
       {"generated header past the image", false, 5, 2, 60,
-       [] { return listEntry(listValue(50, 5, {1}, 8)); },
+       [] { return entryOf({listValue(50, {1}, 8, 5)}); },
        "Block D [1] is too large to fit in the image.\nImage size: 60, blk Start: 54, blk Size "
        "20.\n"},
       {"listlet past the image", false, 5, 2, 80,
-       [] { return listEntry(listValue(50, 5, {1}, 8)); },
+       [] { return entryOf({listValue(50, {1}, 8, 5)}); },
        "Block E [1] is too large to fit in the image.\nImage size: 80, blk Start: 74, blk Size "
        "15.\n"},
       {"header of a block that is not distributed", true, 3, 2, 512, nullptr,
@@ -293,27 +294,16 @@ TEST(KlsPack, DistributedBlockWithoutAHeaderOrRoomForEntriesIsRefused) {
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.hdrID << (c.hdrData ? " with data" : ""));
     LayoutBuilder b;
-    auto* hdr = new CKovBlkLayout(4, KovBlkLayoutAttrib(0x0015, 0, 0, 0), "D", 0,
-                                  new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
-                                  0, 1);
-    hdr->SetDistKLSBlkID(5);
-    auto* dist = new CKovKLSBlkLayout(
-        5, KovBlkLayoutAttrib(0x0014, 0, 0, 0), "E",
-        new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10, 1, 0, c.hdrID,
+    CKovBlkLayout* a = b.Block(1, "A", 0x0011, 1, 0, 0, 2);
+    addHeader(b.cp.get(), 4, 0x0015, "D", 5);
+    auto* dist = addDist(
+        b.cp.get(), 5, 0x0014, "E", 10, 0, c.hdrID,
         [](uint32_t, const CKovBlkLayout*, uint16_t, int) -> uint16_t { return 0; });
     cfgList(dist, 50, 6, 5, 8);
-    CKovBlkLayout* a = b.Block(1, "A", 0x0011, 1, 0, 0, 2);
-    auto* other = new CKovKLSBlkLayout(
-        6, KovBlkLayoutAttrib(0x0016, 0, 0, 0), "F",
-        new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10, 1, 2, 4, nullptr);
-    for (CKovBlkLayout* blk :
-         {hdr, static_cast<CKovBlkLayout*>(dist), static_cast<CKovBlkLayout*>(other)}) {
-      blk->SetPartitionNum(1);
-      b.cp->AddBlkLayout(blk);
-    }
+    addDist(b.cp.get(), 6, 0x0016, "F", 10, 2, 4);
     PackData data;
     if (c.hdrData) data.Add(a, {new CKovPkEntry(0)}, {2});
-    data.Add(dist, {listEntry(listValue(50, 5, {1}, 8))}, {0});
+    data.Add(dist, {entryOf({listValue(50, {1}, 8, 5)})}, {0});
     EXPECT_KOV_THROW(packImage(b.cp.get(), data), c.text);
   }
 }
@@ -392,18 +382,8 @@ Bytes withHeaderLink(uint32_t link) {
 TEST(KlsUnpack, RefusesDamagedChainsWithoutHangingOrLeaking) {
   FormatExample ex;
   // A second distributed block F (0x0016) with its own header G (0x0017), to link into.
-  auto* g = new CKovBlkLayout(6, KovBlkLayoutAttrib(0x0017, 0, 0, 0), "G", 0,
-                              new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0, 1);
-  g->SetDistKLSBlkID(7);
-  auto* f = new CKovKLSBlkLayout(7, KovBlkLayoutAttrib(0x0016, 0, 0, 0), "F",
-                                 new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 10,
-                                 1, 2, 6, nullptr);
-  cfgList(f, 60, 6, 5, 8);
-  for (CKovBlkLayout* blk : {g, static_cast<CKovBlkLayout*>(f)}) {
-    blk->SetPartitionNum(1);
-    ex.ab.b.cp->HasUniqueKovName(blk);
-    ex.ab.b.cp->AddBlkLayout(blk);
-  }
+  addHeader(ex.ab.b.cp.get(), 6, 0x0017, "G", 7);
+  cfgList(addDist(ex.ab.b.cp.get(), 7, 0x0016, "F", 10, 2, 6), 60, 6, 5, 8);
   auto cat = [](std::vector<Bytes> parts) {
     Bytes all;
     for (const Bytes& p : parts) all.insert(all.end(), p.begin(), p.end());
@@ -453,13 +433,8 @@ TEST(KlsUnpack, RefusesDamagedChainsWithoutHangingOrLeaking) {
 
 TEST(KlsRoundTrip, ListUnderAUnionComesBackAroundTheJoinedList) {
   LayoutBuilder b;
-  auto* hdr = new CKovBlkLayout(1, KovBlkLayoutAttrib(0x0031, 0, 1, 0), "H", 0,
-                                new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true), 0,
-                                1);
-  hdr->SetDistKLSBlkID(2);
-  auto* dist = new CKovKLSBlkLayout(2, KovBlkLayoutAttrib(0x0032, 0, 1, 0), "L",
-                                    new CKovDataLayout(static_cast<LayoutType>(1), 0, 7, 0, true),
-                                    40, 1, 3, 1, nullptr);
+  addHeader(b.cp.get(), 1, 0x0031, "H", 2, 1);
+  auto* dist = addDist(b.cp.get(), 2, 0x0032, "L", 40, 3, 1, nullptr, 1);
   // The union at byte 6 has one option, which holds the list of 16-bit entries.
   auto* option = new CKovDataLayout(static_cast<LayoutType>(3), 0, 7, 70, false);
   cfgList(dist, 71, 0, 9, 16, option);
@@ -472,18 +447,13 @@ TEST(KlsRoundTrip, ListUnderAUnionComesBackAroundTheJoinedList) {
   auto* u = new CKovUnionFieldLayout(70, 6, 7, attribs, true, 0, dist->GetDataLayout(), 2);
   u->AddToUnionMap(4, new CKovUnionLayoutOpt(option, 0, 0, 4, 0, 0));
   dist->AddField(70, kCfgLeq, u, 2);
-  for (CKovBlkLayout* blk : {hdr, static_cast<CKovBlkLayout*>(dist)}) {
-    blk->SetPartitionNum(1);
-    b.cp->HasUniqueKovName(blk);
-    b.cp->AddBlkLayout(blk);
-  }
   PackData data;
   std::vector<CKovPkEntry*> instances;
   for (std::vector<uint32_t> values : {std::vector<uint32_t>{0x1001, 0x1002, 0x1003, 0x1004},
                                        std::vector<uint32_t>{0x2001}}) {
-    auto* unionValue = new CKovUnionField(70, 4, listEntry(listValue(71, 9, values, 16)));
+    auto* unionValue = new CKovUnionField(70, 4, entryOf({listValue(71, values, 16, 9)}));
     unionValue->SetImageSize(static_cast<uint32_t>(values.size()) * 16);
-    instances.push_back(listEntry(unionValue));
+    instances.push_back(entryOf({unionValue}));
   }
   data.Add(dist, instances, {0, 0});
   ExpectUnpacksToPackedValues(b.cp.get(), data, packImage(b.cp.get(), data));

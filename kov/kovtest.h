@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -28,6 +29,7 @@
 #include "kov/layout/blklayout.h"
 #include "kov/layout/cplayout.h"
 #include "kov/layout/datalayout.h"
+#include "kov/layout/listfieldlayout.h"
 #include "kov/layout/numfieldlayout.h"
 #include "kov/layout/strfieldlayout.h"
 #include "kov/pack/pk.h"
@@ -196,6 +198,49 @@ inline std::string kovTestReadXmlReport(const std::string& path) {
 // Expects the fields map of every block instance of a finished unpack to hold only fields that
 // its blocks still own.
 inline void ExpectFieldsMapsHoldLiveFields(const CKovUp& up) { EXPECT_EQ(kovGenStrayField(up), ""); }
+
+// A data layout of numbers, each (id, byte offset, bits) at MSB 7, one after the other, for the
+// list entries (or, with type 3, a union option) of the list or union ownerID.
+inline CKovDataLayout* numbers(uint32_t ownerID, std::vector<std::array<uint32_t, 3>> fields,
+                               LayoutType type = ListEntryLayout) {
+  auto* dl = new CKovDataLayout(type, 0, 7, ownerID, false);
+  uint32_t prev = 0;
+  int pos = 0;
+  for (const auto& f : fields) {
+    dl->AddField(f[0], prev, new CKovNumFieldLayout(f[0], f[1], f[2], 7, true, 0, dl), pos++);
+    prev = f[0];
+  }
+  return dl;
+}
+
+// Adds list id at byteOffset, MSB 7, fixed, to parent behind field prev at position pos: at most
+// maxQty entries of entryBits laid out by entry (owned from here), its LEQ field leqID of block
+// leqBlkID or the function calc, as format wants.
+inline CKovListFieldLayout* addList(CKovDataLayout* parent, uint32_t id, uint32_t prev, int pos,
+                                    uint32_t byteOffset, ListFormat format, uint32_t maxQty,
+                                    uint32_t entryBits, CKovDataLayout* entry, uint32_t leqID = 0,
+                                    uint16_t leqBlkID = 0, KovCalcUnpackLEQFunc calc = nullptr) {
+  KovListAttribStruct attribs(leqID, format, maxQty, 0, entryBits, leqBlkID, calc);
+  auto* list = new CKovListFieldLayout(id, byteOffset, 7, attribs, true, 0, parent, entry);
+  parent->AddField(id, prev, list, pos);
+  return list;
+}
+
+// The same at the top level of blk's data.
+template <typename... Rest>
+CKovListFieldLayout* addList(CKovBlkLayout* blk, uint32_t id, Rest... rest) {
+  return addList(blk->GetDataLayout(), id, rest...);
+}
+
+// A list value id of one entry a value, each a number id + 1 of bits, its quantity the count of
+// values and its size set as the application sets it.
+inline CKovListField* listValue(uint32_t id, std::vector<uint32_t> values, uint32_t bits = 8,
+                                uint16_t maxLeq = 0) {
+  auto* list = new CKovListField(id, static_cast<uint32_t>(values.size()), maxLeq, nullptr);
+  for (uint32_t v : values) list->AddEntryToList(entryOf({new CKovNumField(v, id + 1, bits)}));
+  list->SetImageSize(static_cast<uint32_t>(values.size()) * bits);
+  return list;
+}
 
 // Blocks A and B of the image-format example: A single 0x0011/2 with 0xABC, 5 and "Hi"; B
 // multi-instance, padded to 3 bytes, 0x1234 and 0x5678.

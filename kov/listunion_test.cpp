@@ -20,32 +20,6 @@
 
 namespace {
 
-// An entry data layout of numbers, each (id, byte offset, bits), fixed at MSB 7, for a list or
-// union owned by ownerID.
-CKovDataLayout* numbers(uint32_t ownerID, std::vector<std::array<uint32_t, 3>> fields,
-                        LayoutType type = ListEntryLayout) {
-  auto* dl = new CKovDataLayout(type, 0, 7, ownerID, false);
-  uint32_t prev = 0;
-  int pos = 0;
-  for (const auto& f : fields) {
-    dl->AddField(f[0], prev, new CKovNumFieldLayout(f[0], f[1], f[2], 7, true, 0, dl), pos++);
-    prev = f[0];
-  }
-  return dl;
-}
-
-CKovListFieldLayout* addList(CKovBlkLayout* blk, uint32_t id, uint32_t prev, int pos,
-                             uint32_t byteOffset, ListFormat format, uint32_t maxQty,
-                             uint32_t entryBits, CKovDataLayout* entry, uint32_t leqID = 0,
-                             uint16_t leqBlkID = 0, KovCalcUnpackLEQFunc calc = nullptr,
-                             CKovDataLayout* parent = nullptr) {
-  KovListAttribStruct attribs(leqID, format, maxQty, 0, entryBits, leqBlkID, calc);
-  if (parent == nullptr) parent = blk->GetDataLayout();
-  auto* list = new CKovListFieldLayout(id, byteOffset, 7, attribs, true, 0, parent, entry);
-  parent->AddField(id, prev, list, pos);
-  return list;
-}
-
 CKovUnionFieldLayout* addUnion(CKovBlkLayout* blk, uint32_t id, uint32_t prev, int pos,
                                uint32_t byteOffset, UnionFormat format, uint32_t lengthInBits,
                                std::vector<uint32_t> discrIDs, std::vector<uint16_t> discrBlkIDs,
@@ -66,14 +40,6 @@ CKovUnionFieldLayout* addUnion(CKovBlkLayout* blk, uint32_t id, uint32_t prev, i
   }
   parent->AddField(id, prev, u, pos);
   return u;
-}
-
-CKovPkEntry* entryOfList(uint32_t id, uint32_t qty, std::vector<uint32_t> values,
-                         uint32_t valueID, uint32_t bits) {
-  auto* list = new CKovListField(id, qty, 0, nullptr);
-  for (uint32_t v : values) list->AddEntryToList(entryOf({new CKovNumField(v, valueID, bits)}));
-  list->SetImageSize(static_cast<uint32_t>(values.size()) * bits);
-  return entryOf({list});
 }
 
 TEST(ListField, ContigLeqIsWrittenBehindEntriesAndReadFirst) {
@@ -133,17 +99,19 @@ TEST(ListField, PackRefusesCountOtherThanItsQuantityAndAnUnfitLeq) {
   addList(blk, 41, 40, 1, 1, VarSzContigLeq, 4, 8, numbers(41, {{{42, 0, 8}}}), 40);
   kovRegisterString(41, "Channels");
   PackData wrong;
-  wrong.Add(blk, {entryOfList(41, 3, {1, 2}, 42, 8)}, {8});
+  CKovListField* two = listValue(41, {1, 2});
+  two->SetListEntryQty(3);
+  wrong.Add(blk, {entryOf({two})}, {8});
   EXPECT_KOV_THROW(packImage(b.cp.get(), wrong),
                    "Number of entries in List field Channels does not match pack quantity of 3.");
   // Four entries need 3 bits; the LEQ field has 2: the write fails rather than cut the quantity.
   PackData wide;
-  wide.Add(blk, {entryOfList(41, 4, {1, 2, 3, 4}, 42, 8)}, {8});
+  wide.Add(blk, {entryOf({listValue(41, {1, 2, 3, 4})})}, {8});
   EXPECT_KOV_THROW(packImage(b.cp.get(), wide),
                    "Failed trying to write field 41 in block L [1] to image.");
   // Five entries would run past the four the layout has room for.
   PackData more;
-  more.Add(blk, {entryOfList(41, 5, {1, 2, 3, 4, 5}, 42, 8)}, {8});
+  more.Add(blk, {entryOf({listValue(41, {1, 2, 3, 4, 5})})}, {8});
   EXPECT_KOV_THROW(packImage(b.cp.get(), more),
                    "List Channels holds 5 entries, more than the 4 its layout allows.");
   kovClearRegisteredStrings();
@@ -159,7 +127,7 @@ TEST(ListField, SplitLeqIsPatchedIntoEarlierBlockAndReadBack) {
   addList(y, 30, 0, 0, 0, VarSzSplitLeq, 3, 8, numbers(30, {{{31, 0, 8}}}), 5, 1);
   PackData data;
   data.Add(x, {new CKovPkEntry(1)}, {2});
-  data.Add(y, {entryOfList(30, 3, {0x0A, 0x0B, 0x0C}, 31, 8)}, {3});
+  data.Add(y, {entryOf({listValue(30, {0x0A, 0x0B, 0x0C})})}, {3});
   Bytes image = packImage(b.cp.get(), data);
   EXPECT_EQ(image, (Bytes{0x00, 0x21, 0x00, 0x01, 0x00, 0x04, 0x00, 0x03, 0x30, 0x63, 0x00, 0x22,
                           0x00, 0x01, 0x00, 0x05, 0x0A, 0x0B, 0x0C, 0xDA, 0xB7}));
@@ -175,7 +143,7 @@ TEST(ListField, SplitLeqFromSingleToMultiInstanceBlockIsRefused) {
   kovRegisterString(30, "Scan");
   PackData data;
   data.Add(x, {new CKovPkEntry(1)}, {2});
-  data.Add(y, {entryOfList(30, 1, {7}, 31, 8)}, {3});
+  data.Add(y, {entryOf({listValue(30, {7})})}, {3});
   EXPECT_KOV_THROW(packImage(b.cp.get(), data),
                    "Anchor field (Scan) in Single Instance block references split field in "
                    "Multiple Instance block.");
@@ -368,8 +336,7 @@ TEST(RoundTrip, UnionInListEntryAndListInUnionOption) {
   LayoutBuilder::Num(blk, 95, 90, 15, 7, 8, 1);
   CKovDataLayout* opt1 = new CKovDataLayout(static_cast<LayoutType>(3), 0, 7, 96, false);
   opt1->AddField(97, 0, new CKovNumFieldLayout(97, 0, 8, 7, true, 0, opt1), 0);
-  addList(blk, 98, 97, 1, 1, VarSzContigLeq, 4, 16, numbers(98, {{{99, 0, 16}}}), 97, 0, nullptr,
-          opt1);
+  addList(opt1, 98, 97, 1, 1, VarSzContigLeq, 4, 16, numbers(98, {{{99, 0, 16}}}), 97);
   addUnion(blk, 96, 95, 2, 6, UnionFixedPadded, 72, {95}, {}, {{1, opt1}});
 
   auto* outer = new CKovListField(90, 2, 0, nullptr);
@@ -433,7 +400,7 @@ TEST(ListField, PackWithoutLeqLayoutIsRefused) {
   kovRegisterString(30, "Scan");
   PackData data;
   data.Add(x, {new CKovPkEntry(0)}, {1});
-  data.Add(y, {entryOfList(30, 1, {7}, 31, 8)}, {2});
+  data.Add(y, {entryOf({listValue(30, {7})})}, {2});
   EXPECT_KOV_THROW(packImage(b.cp.get(), data),
                    "Field layout for LEQ field referenced by list Scan not found");
   kovClearRegisteredStrings();

@@ -1,35 +1,11 @@
 // Unpacks of images that once broke the library: each names what it exercises.
-#include <array>
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "kov/kovtest.h"
-#include "kov/layout/listfieldlayout.h"
-#include "kov/layout/unionfieldlayout.h"
-#include "kov/layout/unionlayoutopt.h"
 #include "kov/unpack/upstdblk.h"
 
 namespace {
-
-CKovDataLayout* entryLayout(uint32_t ownerID, LayoutType type = ListEntryLayout) {
-  return new CKovDataLayout(type, 0, 7, ownerID, false);
-}
-
-void addNum(CKovDataLayout* dl, uint32_t id, uint32_t prev, uint32_t byte, uint32_t bits,
-            int pos) {
-  dl->AddField(id, prev, new CKovNumFieldLayout(id, byte, bits, 7, true, 0, dl), pos);
-}
-
-void addList(CKovDataLayout* parent, uint32_t id, uint32_t prev, int pos, uint32_t byte,
-             ListFormat format, uint32_t maxQty, uint32_t entryBits, CKovDataLayout* entry,
-             uint32_t leqID = 0, uint16_t leqBlkID = 0, KovCalcUnpackLEQFunc calc = nullptr) {
-  KovListAttribStruct attribs(leqID, format, maxQty, 0, entryBits, leqBlkID, calc);
-  parent->AddField(id, prev, new CKovListFieldLayout(id, byte, 7, attribs, true, 0, parent, entry),
-                   pos);
-}
 
 // Block P (1) holds list 10 of one 16-bit entry: number 11 at byte 0, then list 12 at byte 1
 // whose LEQ is field 21 of block Q (3), behind P in the image. Block R (2), between them, holds
@@ -39,20 +15,12 @@ struct WaitingEntry {
     CKovBlkLayout* p = b.Block(1, "P", 0x61, 1, 0, 0, 2);
     CKovBlkLayout* r = b.Block(2, "R", 0x62, 1, 0, 0, 4);
     CKovBlkLayout* q = b.Block(3, "Q", 0x63, 1, 0, 0, 1);
-    CKovDataLayout* inner = entryLayout(12);
-    addNum(inner, 13, 0, 0, 8, 0);
-    CKovDataLayout* outer = entryLayout(10);
-    addNum(outer, 11, 0, 0, 8, 0);
-    addList(outer, 12, 11, 1, 1, VarSzSplitLeq, 1, 8, inner, 21, 3);
-    if (calc != nullptr) {
-      addList(p->GetDataLayout(), 10, 0, 0, 0, VarSzCalcLeq, 1, 16, outer, 0, 0, calc);
-    } else {
-      addList(p->GetDataLayout(), 10, 0, 0, 0, FixedSzNoLeq, 1, 16, outer);
-    }
-    CKovDataLayout* rEntry = entryLayout(30);
-    addNum(rEntry, 31, 0, 0, 8, 0);
-    addList(r->GetDataLayout(), 30, 0, 0, 0, VarSzSplitLeq, 4, 8, rEntry, 11, 1);
-    addNum(q->GetDataLayout(), 21, 0, 0, 8, 0);
+    CKovDataLayout* outer = numbers(10, {{{11, 0, 8}}});
+    addList(outer, 12, 11, 1, 1, VarSzSplitLeq, 1, 8, numbers(12, {{{13, 0, 8}}}), 21, 3);
+    addList(p, 10, 0, 0, 0, calc != nullptr ? VarSzCalcLeq : FixedSzNoLeq, 1, 16, outer, 0, 0,
+            calc);
+    addList(r, 30, 0, 0, 0, VarSzSplitLeq, 4, 8, numbers(30, {{{31, 0, 8}}}), 11, 1);
+    LayoutBuilder::Num(q, 21, 0, 0, 7, 8, 0);
     p->AddFieldToVerificationMap(12, *outer->GetFieldMap().PLookup(12));
     r->AddFieldToVerificationMap(30, r->GetFieldLayout(30));
     image = blockInstance(0x61, 1, {0x01, 0xAA});

@@ -104,11 +104,7 @@ TEST(FieldAddress, FloatingFieldsByRoleAndPredecessor) {
 
 TEST(FieldAddress, PackDefersBehindUnwrittenListAndRefusesMissingOrLoopingPredecessors) {
   Entry e;
-  auto entryLayout = new CKovDataLayout(ListEntryLayout, 0, 7, 10, false);
-  entryLayout->AddField(11, 0, new CKovNumFieldLayout(11, 0, 8, 7, true, 0, entryLayout), 0);
-  KovListAttribStruct attribs(0, VarSzCalcLeq, 4, 0, 8, 0, nullptr);
-  e.layout->AddField(
-      10, 0, new CKovListFieldLayout(10, 0, 7, attribs, true, 0, e.layout.get(), entryLayout), 0);
+  addList(e.layout.get(), 10, 0, e.next++, 0, VarSzCalcLeq, 4, 8, numbers(10, {{{11, 0, 8}}}));
   const CKovFieldLayout* behindList = e.Floating(20, 10, 0, 8);
   const CKovFieldLayout* orphan = e.Floating(21, 99, 0, 8);
   e.Floating(30, 31, 0, 4);

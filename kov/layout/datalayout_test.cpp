@@ -158,7 +158,6 @@ TEST(DataLayoutFields, OneLayoutUnderTwoIdsIsDeletedOnce) {
 // fields 410 and 420.
 struct NestedLayouts {
   NestedLayouts() : dl(makeLayout()) {
-    KovListAttribStruct attrib(0, FixedSzNoLeq, 2, 0, 16, 0, nullptr);
     auto entry = std::make_unique<CKovDataLayout>(ListEntryLayout, 0, 7, 300, false);
     KovUnionAttribStruct unionAttrib;
     unionAttrib.unionFormat = UnionVarSz;
@@ -172,8 +171,7 @@ struct NestedLayouts {
       unionLayout->AddToUnionMap(opt, new CKovUnionLayoutOpt(optLayout.release(), 0, 0, opt, 8, 0));
     }
     entry->AddField(400, 0, unionLayout.release(), 0);
-    dl->AddField(300, 0,
-                 new CKovListFieldLayout(300, 0, 7, attrib, true, 0, dl.get(), entry.release()), 0);
+    addList(dl.get(), 300, 0, 0, 0, FixedSzNoLeq, 2, 16, entry.release());
   }
   std::unique_ptr<CKovDataLayout> dl;
 };
@@ -193,12 +191,7 @@ TEST(DataLayoutLookup, NestedSearchFollowsMapOrderNotOrderOfAdding) {
   // Lists 17 (bucket 1) and 1 (bucket 0) both hold field 500; list 1 comes first in map order.
   auto dl = makeLayout();
   for (uint32_t listID : {17u, 1u}) {
-    auto entry = std::make_unique<CKovDataLayout>(ListEntryLayout, 0, 7, listID, false);
-    entry->AddField(500, 0, fixedNum(entry.get(), 500, listID, 8), 0);
-    KovListAttribStruct attrib(0, FixedSzNoLeq, 1, 0, 8, 0, nullptr);
-    dl->AddField(listID, 0,
-                 new CKovListFieldLayout(listID, 0, 7, attrib, true, 0, dl.get(), entry.release()),
-                 0);
+    addList(dl.get(), listID, 0, 0, 0, FixedSzNoLeq, 1, 8, numbers(listID, {{{500, listID, 8}}}));
   }
   EXPECT_EQ(dl->GetFieldLayout(500)->GetByteOffset(), 1u);
 }

@@ -46,11 +46,9 @@ CKovFieldLayout* addNum(CKovDataLayout* dl, uint32_t id, uint32_t byte, uint8_t 
 CKovFieldLayout* addList(CKovDataLayout* dl, uint32_t id, ListFormat format, uint32_t leqID,
                          uint16_t leqBlkID = 0, uint32_t byte = 8, uint8_t msb = 7,
                          bool fixed = true, uint32_t prev = 0, uint32_t gap = 0) {
-  auto* entry = new CKovDataLayout(ListEntryLayout, 0, 7, id, false);
-  addNum(entry, id + 1, 0, 7, 8);
   auto* list = new CKovListFieldLayout(
       id, byte, msb, KovListAttribStruct(leqID, format, 10, 0, 8, leqBlkID, nullptr), fixed, gap,
-      dl, entry);
+      dl, numbers(id, {{{id + 1, 0, 8}}}));
   dl->AddField(id, prev, list, 0);
   return list;
 }

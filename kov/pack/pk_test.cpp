@@ -166,56 +166,49 @@ TEST(FillImage, InstanceTooLargeWritesNothingOfItAndUsesZero) {
                    "blk Size 11.\n");
 }
 
-TEST(FillImage, RefusesDataSizesThatWouldCorruptTheImage) {
+TEST(FillImage, RefusesSizesAndValuesItCannotWrite) {
+  // Padded pads its instances to 4 bytes; a size field holds the data size + 2 in 16 bits, so
+  // Plain's 65534 bytes of data can't be told; Radio's field 1, Volume, holds 4 bits.
   LayoutBuilder b;
-  CKovBlkLayout* padded = b.Block(1, "Padded", 0x21, 0, 1, 1, 4);
+  CKovBlkLayout* radio = b.Block(1, "Radio", 0x21, 1, 0, 0, 2);
+  CKovBlkLayout* padded = b.Block(2, "Padded", 0x22, 0, 1, 1, 4);
+  CKovBlkLayout* plain = b.Block(3, "Plain", 0x23, 1, 0, 0, 4);
+  LayoutBuilder::Num(radio, 1, 0, 0, 7, 4, 0);
   LayoutBuilder::Num(padded, 1, 0, 0, 7, 8, 0);
-  PackData data;
-  data.Add(padded, {entryOf({new CKovNumField(1, 1, 8)}), entryOf({new CKovNumField(2, 1, 8)})},
-           {4, 2});
-  CKovImage image(64);
-  CKovPk pk(&data.map, 0);
-  uint32_t used = 0;
-  EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Block Padded [2] is padded to 4 bytes but was given a data size of 2.");
-
-  PackData fewer;
-  fewer.Add(padded, {entryOf({new CKovNumField(1, 1, 8)}), entryOf({new CKovNumField(2, 1, 8)})},
-            {4});
-  CKovPk pk2(&fewer.map, 0);
-  EXPECT_KOV_THROW(pk2.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Block Padded has 2 instances but 1 data sizes.");
-
-  // The size field holds the data size + 2 in 16 bits: 65534 bytes of data can't be told.
-  CKovBlkLayout* plain = b.Block(2, "Plain", 0x22, 1, 0, 0, 4);
   LayoutBuilder::Num(plain, 1, 0, 0, 7, 8, 0);
-  PackData huge;
-  huge.Add(plain, {entryOf({new CKovNumField(1, 1, 8)})}, {65534});
-  CKovPk pk3(&huge.map, 0);
-  EXPECT_KOV_THROW(pk3.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Block Plain [1] has 65534 bytes of data; an instance holds at most 65533.");
-}
-
-TEST(FillImage, ValueTooWideAndUnknownFieldName) {
-  LayoutBuilder b;
-  CKovBlkLayout* blk = b.Block(1, "Radio", 0x21, 1, 0, 0, 2);
-  LayoutBuilder::Num(blk, 1, 0, 0, 7, 4, 0);
   kovRegisterString(1, "Volume");
-  PackData wide;
-  wide.Add(blk, {entryOf({new CKovNumField(16, 1, 4)})}, {2});
-  CKovImage image(64);
-  uint32_t used = 0;
-  CKovPk pk(&wide.map, 0);
-  EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Field Volume can not be fit as per the layout\n(see block Radio).");
+  const struct {
+    const CKovBlkLayout* blk;
+    std::vector<uint32_t> values;  // of field id, one instance each
+    uint32_t id;
+    std::vector<uint16_t> sizes;
+    const char* text;
+  } cases[] = {
+      {padded, {1, 2}, 1, {4, 2},
+       "Block Padded [2] is padded to 4 bytes but was given a data size of 2."},
+      {padded, {1, 2}, 1, {4}, "Block Padded has 2 instances but 1 data sizes."},
+      {plain, {1}, 1, {65534},
+       "Block Plain [1] has 65534 bytes of data; an instance holds at most 65533."},
+      {radio, {16}, 1, {2}, "Field Volume can not be fit as per the layout\n(see block Radio)."},
+      {radio, {1}, 77, {2}, "Layout not found for field 77 in block 1."},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    PackData data;
+    std::vector<CKovPkEntry*> entries;
+    for (uint32_t v : c.values) {
+      entries.push_back(entryOf({new CKovNumField(v, c.id, c.blk == radio ? 4 : 8)}));
+    }
+    data.Add(c.blk, entries, c.sizes);
+    CKovImage image(64);
+    CKovPk pk(&data.map, 0);
+    uint32_t used = 0;
+    EXPECT_KOV_THROW(pk.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0), c.text);
+    if (c.blk == radio) {
+      EXPECT_EQ(image.GetBytesArray()[6], 0);  // nothing of the value was written
+    }
+  }
   kovClearRegisteredStrings();
-  EXPECT_EQ(image.GetBytesArray()[6], 0);  // nothing of the value was written
-
-  PackData unknown;
-  unknown.Add(blk, {entryOf({new CKovNumField(1, 77, 4)})}, {2});
-  CKovPk pk2(&unknown.map, 0);
-  EXPECT_KOV_THROW(pk2.FillImage(b.cp.get(), &image, used, nullptr, 0, 0, 0),
-                   "Layout not found for field 77 in block 1.");
 }
 
 TEST(PkEntry, SkipsEmptySlotsAndWritesBothValuesGivenOneId) {
@@ -249,37 +242,30 @@ struct CountedPkField : CKovPkField {
 int CountedPkField::alive = 0;
 
 TEST(PkEntry, DeletesDisplacedAndRepeatedFieldsOnce) {
+  // Slot 0 is given five fields, each pushing the one before out; the shared field is made amid
+  // them, so the destructor's merge of placed and displaced fields draws from both sides
+  // whichever way the heap orders their addresses.
   auto* entry = new CKovPkEntry(3);
-  auto* first = new CountedPkField(1);
-  auto* shared = new CountedPkField(2);
-  entry->AddPkField(1, first, 0);
-  entry->AddPkField(1, new CountedPkField(1), 0);  // pushes first out of its slot
+  CountedPkField* shared = nullptr;
+  for (int i = 0; i < 5; ++i) {
+    if (i == 2) shared = new CountedPkField(2);
+    entry->AddPkField(1, new CountedPkField(1), 0);
+  }
   entry->AddPkField(2, shared, 1);
   entry->AddPkField(3, shared, 2);  // the same field in a second slot, under another id
   entry->AddPkField(2, shared, 1);  // and once more where it already is
   EXPECT_EQ((*entry->GetOrderedPkEntryArr())[2], shared);
-  EXPECT_EQ(CountedPkField::alive, 3);
+  EXPECT_EQ(CountedPkField::alive, 6);
   delete entry;
   EXPECT_EQ(CountedPkField::alive, 0);
 }
 
-// A list layout of 8-bit entries: its quantity in field leqID of block leqBlkID (split) or
-// calculated when leqBlkID is 0.
-CKovFieldLayout* listLayout(uint32_t id, const CKovBlkLayout* blk, uint16_t leqBlkID = 0,
-                            uint32_t leqID = 0) {
-  auto* entry = new CKovDataLayout(ListEntryLayout, 0, 7, id, false);
-  entry->AddField(id + 1, 0, new CKovNumFieldLayout(id + 1, 0, 8, 7, true, 0, entry), 0);
-  KovListAttribStruct attribs(leqID, leqBlkID != 0 ? VarSzSplitLeq : VarSzCalcLeq, 10, 0, 8,
-                              leqBlkID, nullptr);
-  return new CKovListFieldLayout(id, 0, 7, attribs, true, 0, blk->GetDataLayout(), entry);
-}
-
-// A list value of 8-bit entries, its size set as the application sets it.
-CKovListField* listOf(uint32_t id, std::vector<uint32_t> values) {
-  auto* list = new CKovListField(id, static_cast<uint32_t>(values.size()), 0, nullptr);
-  for (uint32_t v : values) list->AddEntryToList(entryOf({new CKovNumField(v, id + 1, 8)}));
-  list->SetImageSize(8 * static_cast<uint32_t>(values.size()));
-  return list;
+// List id of at most 10 entries of one 8-bit number at byte 0 of blk, position pos: its quantity
+// in field leqID of block leqBlkID (split) or calculated when leqBlkID is 0.
+void addByteList(CKovBlkLayout* blk, uint32_t id, int pos, uint16_t leqBlkID = 0,
+                 uint32_t leqID = 0) {
+  addList(blk, id, 0, pos, 0, leqBlkID != 0 ? VarSzSplitLeq : VarSzCalcLeq, 10, 8,
+          numbers(id, {{{id + 1, 0, 8}}}), leqID, leqBlkID);
 }
 
 TEST(PkPatchMap, FloatingFieldBehindLaterWrittenListChangesOnlyItsInstanceChecksum) {
@@ -287,17 +273,17 @@ TEST(PkPatchMap, FloatingFieldBehindLaterWrittenListChangesOnlyItsInstanceChecks
   // behind it, placed before the list in the order of writing, so it must wait.
   LayoutBuilder b;
   CKovBlkLayout* m = b.Block(1, "M", 0x0031, 0, 1, 0, 4);
-  m->AddField(40, 0, listLayout(40, m), 1);
+  addByteList(m, 40, 1);
   LayoutBuilder::Num(m, 50, 40, 0, 0, 8, 0, false, 0);
   auto* waiting = new CKovPkEntry(2);
   waiting->AddPkField(50, new CKovPkField(new CKovNumField(0x77, 50, 8)), 0);
-  waiting->AddPkField(40, new CKovPkField(listOf(40, {1, 2, 3})), 1);
+  waiting->AddPkField(40, new CKovPkField(listValue(40, {1, 2, 3})), 1);
   PackData data;
   // Instances 1 and 3 have no list value: their field 50 would wait for ever, so they hold a
   // list of no entries, written first.
   auto emptyList = [] {
     auto* e = new CKovPkEntry(2);
-    e->AddPkField(40, new CKovPkField(listOf(40, {})), 0);
+    e->AddPkField(40, new CKovPkField(listValue(40, {})), 0);
     e->AddPkField(50, new CKovPkField(new CKovNumField(0x66, 50, 8)), 1);
     return e;
   };
@@ -319,15 +305,15 @@ TEST(PkPatchMap, PatchForUnpackedBlockIsReportedAndOthersStillPatched) {
   CKovBlkLayout* x = b.Block(1, "X", 0x0021, 1, 0, 0, 2);
   LayoutBuilder::Num(x, 5, 0, 0, 7, 16, 0);
   CKovBlkLayout* y = b.Block(2, "Y", 0x0022, 1, 0, 0, 3);
-  y->AddField(30, 0, listLayout(30, y, 1, 5), 0);
+  addByteList(y, 30, 0, 1, 5);
   CKovBlkLayout* absent = b.Block(3, "Absent", 0x0023, 1, 0, 0, 2);
   LayoutBuilder::Num(absent, 6, 0, 0, 7, 16, 0);
   CKovBlkLayout* z = b.Block(4, "Z", 0x0024, 1, 0, 0, 3);
-  z->AddField(31, 0, listLayout(31, z, 3, 6), 0);
+  addByteList(z, 31, 0, 3, 6);
   PackData data;
   data.Add(x, {new CKovPkEntry(1)}, {2});
-  data.Add(y, {entryOf({listOf(30, {0x0A, 0x0B, 0x0C})})}, {3});
-  data.Add(z, {entryOf({listOf(31, {0x01})})}, {3});
+  data.Add(y, {entryOf({listValue(30, {0x0A, 0x0B, 0x0C})})}, {3});
+  data.Add(z, {entryOf({listValue(31, {0x01})})}, {3});
   MessageBoxRecorder boxes;
   Bytes image = packImage(b.cp.get(), data);
   EXPECT_EQ(boxes.Texts(), (std::vector<std::string>{
@@ -341,7 +327,7 @@ TEST(PkPatchMap, UndeterminedAddressAndUnpatchableKindAreShownNotThrown) {
   LayoutBuilder b;
   CKovBlkLayout* m = b.Block(1, "M", 0x0031, 1, 0, 0, 4);
   kovRegisterString(50, "Tail");
-  m->AddField(40, 0, listLayout(40, m), 0);
+  addByteList(m, 40, 0);
   LayoutBuilder::Num(m, 50, 40, 0, 0, 8, 0, false, 0);
   PackData data;
   data.Add(m, {entryOf({new CKovNumField(0x77, 50, 8)})}, {4});  // the list never comes
@@ -354,13 +340,13 @@ TEST(PkPatchMap, UndeterminedAddressAndUnpatchableKindAreShownNotThrown) {
 
   LayoutBuilder b2;
   CKovBlkLayout* s = b2.Block(1, "S", 0x0032, 1, 0, 0, 6);
-  s->AddField(40, 0, listLayout(40, s), 1);
+  addByteList(s, 40, 1);
   s->AddField(51, 40, new CKovStrFieldLayout(51, 0, 0, CKovCharFieldLayout::Char8Bit, 2, false, 0,
                                              s->GetDataLayout()),
               0);
   auto* e = new CKovPkEntry(2);
   e->AddPkField(51, new CKovPkField(new CKovStrField("ok", 51, 16)), 0);
-  e->AddPkField(40, new CKovPkField(listOf(40, {9})), 1);
+  e->AddPkField(40, new CKovPkField(listValue(40, {9})), 1);
   PackData strData;
   strData.Add(s, {e}, {6});
   boxes.Clear();
@@ -375,11 +361,11 @@ TEST(PkPatchMap, PatchForMissingInstanceThrows) {
   CKovBlkLayout* x = b.Block(1, "X", 0x0021, 1, 0, 0, 2);
   LayoutBuilder::Num(x, 5, 0, 0, 7, 16, 0);
   CKovBlkLayout* y = b.Block(2, "Y", 0x0022, 0, 1, 0, 1);
-  y->AddField(30, 0, listLayout(30, y, 1, 5), 0);
+  addByteList(y, 30, 0, 1, 5);
   // The list aims its quantity at instance 1 of X; an X without instances has none.
   PackData noX;
   noX.Add(x, {}, {});
-  noX.Add(y, {entryOf({listOf(30, {1})})}, {1});
+  noX.Add(y, {entryOf({listValue(30, {1})})}, {1});
   CKovImage image(64);
   CKovPk pk(&noX.map, 0);
   uint32_t used = 0;
@@ -404,7 +390,7 @@ TEST(PkPatchMap, StepsRefuseWhatTheirLayoutOrFieldsLack) {
   CKovBlkLayout* m = b.Block(1, "M", 0x0031, 1, 0, 0, 4);
   auto entry = std::make_unique<CKovDataLayout>(ListEntryLayout, 0, 7, 40, false);
   CKovNumFieldLayout inEntry(12, 0, 8, 7, true, 0, entry.get());
-  m->AddField(40, 0, listLayout(40, m), 0);
+  addByteList(m, 40, 0);
   LayoutBuilder::Num(m, 2, 77, 0, 0, 8, 1, false, 0);
   PatchSteps steps;
   KovFieldsMap fields;

@@ -17,52 +17,91 @@ std::vector<K> keysInOrder(const CKovMap<K, V, S>& map) {
   return keys;
 }
 
-TEST(KovMap, BucketIsKeyShiftedByFourModSeventeen) {
-  // 0x110 >> 4 = 17 -> bucket 0, so it comes before 16 (bucket 1) although added after it.
-  CKovMap<uint16_t, int> map;
-  map.SetAt(16, 1);
-  map.SetAt(0x110, 2);
-  map.SetAt(300, 3);  // 300 >> 4 = 18 -> bucket 1, newer than 16
-  EXPECT_EQ(keysInOrder(map), (std::vector<uint16_t>{0x110, 300, 16}));
+// The keys and values of map in the order it visits them.
+std::vector<std::pair<uint32_t, int>> contents(const CKovMap<uint32_t, int>& map) {
+  return std::vector<std::pair<uint32_t, int>>(map.begin(), map.end());
 }
 
-TEST(KovMap, LookupMissLeavesTheValueAndRemoveAllEmpties) {
-  // Replacing and removing in bucket order are checked against the model below.
-  CKovMap<uint32_t, int> map;
-  for (uint32_t k : {1u, 2u, 40u}) map.SetAt(k, static_cast<int>(k));
-  int v = -1;
-  EXPECT_FALSE(map.Lookup(3, v));
-  EXPECT_EQ(v, -1);
-  EXPECT_TRUE(map.Lookup(40, v));
-  EXPECT_EQ(v, 40);
-  EXPECT_EQ(map.GetCount(), 3);
-  map.RemoveAll();
-  EXPECT_TRUE(map.IsEmpty());
-  EXPECT_EQ(map.begin(), map.end());
-}
-
-TEST(KovMap, SubscriptInsertsDefaultAtFront) {
-  CKovMap<uint32_t, int> map;
-  map.SetAt(5, 1);
-  map[6] += 7;
-  EXPECT_EQ(map[6], 7);
-  EXPECT_EQ(keysInOrder(map), (std::vector<uint32_t>{6, 5}));
-}
-
-TEST(KovMap, CopyAndAssignmentAreIndependent) {
-  CKovMap<uint32_t, int> map;
-  for (uint32_t k = 0; k < 100; ++k) map.SetAt(k * 7, static_cast<int>(k));
-  CKovMap<uint32_t, int> copy(map);  // its order is checked against the bucket model
-  copy.RemoveKey(0);
-  copy.SetAt(7, -1);
-  int v = 0;
-  EXPECT_TRUE(map.Lookup(0, v));
-  EXPECT_TRUE(map.Lookup(7, v));
-  EXPECT_EQ(v, 1);
-  CKovMap<uint32_t, int> assigned;
-  assigned = copy;
-  EXPECT_FALSE(assigned.Contains(0));
-  EXPECT_EQ(*assigned.PLookup(7), -1);
+TEST(KovMap, EditsKeepBucketOrderAndCopiesApart) {
+  // A key's bucket is (key >> 4) % 17; buckets are visited in order, the newest key of each
+  // first. Past 16 keys a map leaves its compact form.
+  using Map = CKovMap<uint32_t, int>;
+  struct Case {
+    const char* what;
+    void (*edit)(Map&);
+    std::vector<std::pair<uint32_t, int>> contents;
+  } cases[] = {
+      {"0x110 >> 4 = 17 is bucket 0, before 16 and the newer 300 (>> 4 = 18) of bucket 1",
+       [](Map& m) {
+         m.SetAt(16, 1);
+         m.SetAt(0x110, 2);
+         m.SetAt(300, 3);
+       },
+       {{0x110, 2}, {300, 3}, {16, 1}}},
+      {"subscript inserts a default at the front",
+       [](Map& m) {
+         m.SetAt(5, 1);
+         m[6] += 7;
+       },
+       {{6, 7}, {5, 1}}},
+      {"a miss leaves the value given, a hit sets it",
+       [](Map& m) {
+         int v = -1;
+         m.SetAt(40, 40);
+         EXPECT_FALSE(m.Lookup(3, v));
+         EXPECT_EQ(v, -1);
+         EXPECT_TRUE(m.Lookup(40, v));
+         m.SetAt(1, v);
+       },
+       {{1, 40}, {40, 40}}},
+      {"edits of a copy, or of the map assigned from, stay in it",
+       [](Map& m) {
+         Map from;
+         for (uint32_t k = 0; k < 100; ++k) from.SetAt(k * 7, static_cast<int>(k));
+         Map copy(from);
+         copy.RemoveKey(0);
+         copy.SetAt(7, -1);
+         EXPECT_EQ(from.GetCount(), 100);
+         EXPECT_EQ(*from.PLookup(7), 1);
+         m = copy;
+         copy.SetAt(14, -2);
+         for (uint32_t k = 3; k < 100; ++k) m.RemoveKey(k * 7);
+       },
+       {{14, 2}, {7, -1}}},
+      {"remove all, then a refill over the blocks of a larger first fill",
+       [](Map& m) {
+         for (uint32_t k = 0; k < 300; ++k) m.SetAt(k * 3, 1);
+         m.RemoveAll();
+         EXPECT_TRUE(m.IsEmpty());
+         EXPECT_EQ(m.begin(), m.end());
+         for (uint32_t k = 0; k < 40; ++k) m.SetAt(k * 5, static_cast<int>(k));
+         for (uint32_t k = 20; k < 40; ++k) m.RemoveKey(k * 5);
+       },
+       {{15, 3}, {10, 2}, {5, 1},   {0, 0},   {30, 6},  {25, 5},  {20, 4},
+        {45, 9}, {40, 8}, {35, 7},  {60, 12}, {55, 11}, {50, 10}, {75, 15},
+        {70, 14}, {65, 13}, {95, 19}, {90, 18}, {85, 17}, {80, 16}}},
+      {"a map moved from is left empty and usable",
+       [](Map& m) {
+         Map from;
+         for (uint32_t k = 0; k < 50; ++k) from.SetAt(k * 16, static_cast<int>(k));
+         auto order = contents(from);
+         Map moved(std::move(from));
+         EXPECT_EQ(contents(moved), order);
+         EXPECT_TRUE(from.IsEmpty());
+         from.SetAt(16, -1);
+         m = from;
+         m.SetAt(0, *moved.PLookup(0));
+         m.SetAt(17 * 16, *moved.PLookup(17 * 16));
+       },
+       {{17 * 16, 17}, {0, 0}, {16, -1}}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Map map;
+    c.edit(map);
+    EXPECT_EQ(contents(map), c.contents);
+    EXPECT_EQ(map.GetCount(), static_cast<int>(c.contents.size()));
+  }
 }
 
 // Inserts and removes keys drawn from 0, stride, 2 * stride, ... below keyRange * stride; at every
@@ -138,33 +177,6 @@ TEST(KovMap, LargeMapsKeepTheAddressOfAValueWhileTheyGrowAndShrink) {
   for (uint32_t k = 2; k < 100; ++k) texts.SetAt(k, "x");
   EXPECT_EQ(texts.PLookup(1), &text);
   EXPECT_EQ(text, "kept");
-}
-
-TEST(KovMap, RemoveAllThenRefillActsAsAFreshMap) {
-  // A refill reuses the blocks and the index of a larger first fill, which must leave no trace.
-  CKovMap<uint32_t, int> reused;
-  CKovMap<uint32_t, int> fresh;
-  for (uint32_t k = 0; k < 300; ++k) reused.SetAt(k * 3, 1);
-  reused.RemoveAll();
-  for (uint32_t k = 0; k < 40; ++k) {
-    reused.SetAt(k * 5, static_cast<int>(k));
-    fresh.SetAt(k * 5, static_cast<int>(k));
-  }
-  EXPECT_EQ(keysInOrder(reused), keysInOrder(fresh));
-  EXPECT_FALSE(reused.Contains(3));
-  EXPECT_EQ(reused.GetCount(), 40);
-}
-
-TEST(KovMap, MoveTakesTheKeysAndLeavesAnEmptyUsableMap) {
-  CKovMap<uint32_t, int> map;
-  for (uint32_t k = 0; k < 50; ++k) map.SetAt(k, static_cast<int>(k));
-  std::vector<uint32_t> order = keysInOrder(map);
-  CKovMap<uint32_t, int> moved(std::move(map));
-  EXPECT_EQ(keysInOrder(moved), order);
-  EXPECT_TRUE(map.IsEmpty());  // a map moved from is left empty and usable
-  map.SetAt(7, 1);
-  EXPECT_EQ(keysInOrder(map), (std::vector<uint32_t>{7}));
-  EXPECT_EQ(*moved.PLookup(7), 7);
 }
 
 TEST(Exception, CarriesTextCodeAndRuntimeClass) {
