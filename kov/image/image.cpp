@@ -19,13 +19,7 @@ uint64_t loadBE(const uint8_t* bytes, uint32_t n) {
   return word;
 }
 
-// Eight bytes, in a form the compiler turns into one load or store and a byte swap.
-uint64_t loadU64BE(const uint8_t* bytes) {
-  return uint64_t{bytes[0]} << 56 | uint64_t{bytes[1]} << 48 | uint64_t{bytes[2]} << 40 |
-         uint64_t{bytes[3]} << 32 | uint64_t{bytes[4]} << 24 | uint64_t{bytes[5]} << 16 |
-         uint64_t{bytes[6]} << 8 | uint64_t{bytes[7]};
-}
-
+// Eight bytes stored big-endian, in a form the compiler turns into a byte swap and one store.
 void storeU64BE(uint8_t* bytes, uint64_t word) {
   for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(word >> (56 - 8 * i));
 }
@@ -136,7 +130,8 @@ int CKovImage::GetBytes(uint32_t start, uint32_t numBytes, std::vector<uint8_t>&
   return 1;
 }
 
-int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint32_t& value) const {
+int CKovImage::GetBitsSlow(uint32_t start, uint8_t msbStart, uint32_t numBits,
+                           uint32_t& value) const {
   value = 0;
   if (numBits > 32 || msbStart > 7 || start >= m_size) return 0;
   if (numBits == 0) return 1;
@@ -147,7 +142,7 @@ int CKovImage::GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint
   const uint64_t mask = (uint64_t{1} << numBits) - 1;
   const uint8_t* at = m_bytes.get() + start;
   if (m_size - start >= 8) {
-    value = static_cast<uint32_t>((loadU64BE(at) >> (64 - skip - numBits)) & mask);
+    value = static_cast<uint32_t>((kovLoadU64BE(at) >> (64 - skip - numBits)) & mask);
     return 1;
   }
   const uint32_t span = (skip + numBits + 7) / 8;
@@ -217,7 +212,7 @@ int kovWriteBitsToImageSlow(CKovImage* image, uint32_t startByte, uint8_t msbSta
   uint8_t* at = image->m_bytes.get() + startByte;
   if (image->m_size - startByte >= 8) {
     const uint32_t shift = 64 - skip - numBits;
-    const uint64_t word = loadU64BE(at);
+    const uint64_t word = kovLoadU64BE(at);
     storeU64BE(at, (word & ~(bits << shift)) | ((uint64_t{value} & bits) << shift));
     return 1;
   }

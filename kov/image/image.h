@@ -29,6 +29,14 @@
 #include <memory>
 #include <vector>
 
+// Eight bytes read big-endian, in one expression, which the compiler turns into one load and a
+// byte swap.
+inline uint64_t kovLoadU64BE(const uint8_t* at) {
+  return uint64_t{at[0]} << 56 | uint64_t{at[1]} << 48 | uint64_t{at[2]} << 40 |
+         uint64_t{at[3]} << 32 | uint64_t{at[4]} << 24 | uint64_t{at[5]} << 16 |
+         uint64_t{at[6]} << 8 | uint64_t{at[7]};
+}
+
 class CKovImage {
  public:
   // An image of size bytes, all 0. Size 0 shows the message box "Error - Attempting to save
@@ -66,7 +74,18 @@ class CKovImage {
   // gives 0. A read that runs off the end fails and keeps the bits gathered so far: each whole
   // byte that was missing has already been shifted in as 0, a missing last part-byte has not
   // (reading 32 bits at (0, 7) from 12 34 56 leaves 0x12345600).
-  int GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint32_t& value) const;
+  // Inline, as every number an unpack reads comes through it: 1 to 32 bits with 8 bytes of image
+  // from start are taken from one word; anything else goes the general road.
+  int GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint32_t& value) const {
+    if (numBits - 1u >= 32u || msbStart > 7 || start >= m_size || m_size - start < 8) {
+      return GetBitsSlow(start, msbStart, numBits, value);
+    }
+    const uint64_t mask = (uint64_t{1} << numBits) - 1;
+    value = static_cast<uint32_t>((kovLoadU64BE(m_bytes.get() + start) >>
+                                   (64 - (7u - msbStart) - numBits)) &
+                                  mask);
+    return 1;
+  }
   // The same into 16 bits. Fails when numBits > 16 or the read fails, and leaves value as it was.
   int GetBytes(uint32_t start, uint8_t msbStart, uint32_t numBits, uint16_t& value) const;
   // The same into 8 bits. Fails when numBits > 8 or the read fails, and leaves value as it was.
@@ -91,6 +110,9 @@ class CKovImage {
   void SetAt(uint32_t index, uint32_t value, uint8_t numBytes);
 
  private:
+  // GetBytes into 32 bits for what its inline part leaves; the same contract.
+  int GetBitsSlow(uint32_t start, uint8_t msbStart, uint32_t numBits, uint32_t& value) const;
+
   // The bit writer stores into the buffer directly.
   friend int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msbStart,
                                  uint32_t value, uint8_t numBits);
@@ -124,10 +146,7 @@ inline int kovWriteBitsToImage(CKovImage* image, uint32_t startByte, uint8_t msb
   uint8_t* at = image->m_bytes.get() + startByte;
   const uint32_t shift = 64 - (7u - msbStart) - numBits;  // the word's bits behind the field
   const uint64_t bits = (uint64_t{1} << numBits) - 1;
-  // One expression, which the compiler turns into one load and a byte swap.
-  uint64_t word = uint64_t{at[0]} << 56 | uint64_t{at[1]} << 48 | uint64_t{at[2]} << 40 |
-                  uint64_t{at[3]} << 32 | uint64_t{at[4]} << 24 | uint64_t{at[5]} << 16 |
-                  uint64_t{at[6]} << 8 | uint64_t{at[7]};
+  uint64_t word = kovLoadU64BE(at);
   word = (word & ~(bits << shift)) | ((uint64_t{value} & bits) << shift);
   for (int i = 7; i >= 0; --i, word >>= 8) at[i] = static_cast<uint8_t>(word);
   return 1;
