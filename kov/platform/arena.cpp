@@ -58,10 +58,6 @@ bool cacheChunk(void* chunk) noexcept {
 #endif
 }
 
-// The scope of each thread. Every allocation of an unpack reads it, so it sits in the static
-// thread-local block, one load away, rather than behind a call that finds the library's block.
-__attribute__((tls_model("initial-exec"))) thread_local CKovArena* t_arena = nullptr;
-
 }  // namespace
 
 void* CKovArena::AllocateSlow(size_t size) {
@@ -130,21 +126,12 @@ size_t kovArenaCachedBytes() noexcept {
   return cache.bytes;
 }
 
-CKovArena* kovCurrentArena() noexcept { return t_arena; }
+__attribute__((tls_model("initial-exec"))) thread_local CKovArena* t_kovArena = nullptr;
 
-void* kovArenaNew(size_t size) {
-  CKovArena* arena = t_arena;
-  return arena != nullptr ? arena->Allocate(size) : ::operator new(size);
+CKovArena* kovCurrentArena() noexcept { return t_kovArena; }
+
+KovArenaScope::KovArenaScope(CKovArena* arena) noexcept : m_previous(t_kovArena) {
+  t_kovArena = arena;
 }
 
-void kovArenaDelete(void* p, size_t size) noexcept {
-  if (t_arena == nullptr) {
-    ::operator delete(p);
-  } else {
-    kovArenaPoison(p, size);
-  }
-}
-
-KovArenaScope::KovArenaScope(CKovArena* arena) noexcept : m_previous(t_arena) { t_arena = arena; }
-
-KovArenaScope::~KovArenaScope() { t_arena = m_previous; }
+KovArenaScope::~KovArenaScope() { t_kovArena = m_previous; }

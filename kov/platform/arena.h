@@ -138,9 +138,22 @@ class KovArenaPause : public KovArenaScope {
   KovArenaPause() noexcept : KovArenaScope(nullptr) {}
 };
 
+// The scope open on this thread (see kovCurrentArena). Initial-exec: every allocation of an
+// unpack reads it, and it takes one load from the static thread-local block, without a call.
+extern __attribute__((tls_model("initial-exec"))) thread_local CKovArena* t_kovArena;
+
 // The operator new and delete of the result classes: from the scope's arena, or the heap.
-void* kovArenaNew(size_t size);
-void kovArenaDelete(void* p, size_t size) noexcept;
+inline void* kovArenaNew(size_t size) {
+  CKovArena* arena = t_kovArena;
+  return arena != nullptr ? arena->Allocate(size) : ::operator new(size);
+}
+inline void kovArenaDelete(void* p, size_t size) noexcept {
+  if (t_kovArena == nullptr) {
+    ::operator delete(p);
+  } else {
+    kovArenaPoison(p, size);
+  }
+}
 
 // A standard allocator that takes its memory from the arena of the scope open where it was
 // made, or from the heap when none was; deallocating arena memory frees nothing. A copy of a
