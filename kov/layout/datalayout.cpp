@@ -1,5 +1,6 @@
 #include "kov/layout/datalayout.h"
 
+#include <algorithm>
 #include <unordered_set>
 
 #include "kov/layout/fieldlayout.h"
@@ -58,8 +59,11 @@ CKovDataLayout::~CKovDataLayout() {
 void CKovDataLayout::AddField(uint32_t fieldID, uint32_t prevFieldID, CKovFieldLayout* fieldLayout,
                               int32_t position) {
   if (prevFieldID == 0) prevFieldID = fieldID;
-  // Reserved first, so that the array never misses an id that the map has.
-  orderedFields.reserve(orderedFields.size() + 1);
+  // Room first, so that the array never misses an id that the map has; grown by doubling, as
+  // push_back would, so that a layout of n fields costs O(n) and not a copy per field.
+  if (orderedFields.size() == orderedFields.capacity()) {
+    orderedFields.reserve(std::max<size_t>(8, 2 * orderedFields.capacity()));
+  }
   const bool again = Contains(fieldID);
   SetAt(fieldID, fieldLayout);
   positionMap.SetAt(fieldID, position);

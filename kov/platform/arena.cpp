@@ -7,7 +7,7 @@ namespace {
 
 constexpr size_t kFirstChunkSz = 4 * 1024;
 constexpr size_t kLargestChunkSz = 256 * 1024;
-constexpr size_t kCacheLimit = size_t{64} * 1024 * 1024;
+[[maybe_unused]] constexpr size_t kCacheLimit = size_t{64} * 1024 * 1024;
 
 // Chunks of the largest size that released arenas left for the next ones, up to kCacheLimit in
 // all. Without them each unpack of a long-running program would take fresh pages from the system
