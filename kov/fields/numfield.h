@@ -8,8 +8,10 @@
 #define KOV_FIELDS_NUMFIELD_H
 
 #include <cstdint>
+#include <typeinfo>
 
 #include "kov/fields/field.h"
+#include "kov/image/image.h"
 
 class CKovNumField : public CKovField {
  public:
@@ -29,6 +31,25 @@ class CKovNumField : public CKovField {
                         const CKovFieldLayout* layout, const CKovCpLayout* cpLayout,
                         uint16_t blkID, int instance) const override;
   int CanValueFitAsPerLayout(const CKovFieldLayout* layout) const override;
+
+  // The pack's inline road for the commonest value: a number of this very class (not a subclass,
+  // which may write otherwise) at a fixed address. Does what CanValueFitAsPerLayout and
+  // WriteToImage do together when the value fits and the write succeeds, and returns true. In
+  // any other case it returns false: the caller then takes the virtual road, which meets the
+  // same case and reports it (what was done here is done again there to the same effect).
+  static bool IsExactlyNumField(const CKovField* field) {
+    return &typeid(*field) == &typeid(CKovNumField);
+  }
+  bool WriteFixedToImage(CKovImage* image, uint32_t entryStartByte, uint8_t entryMsbStart,
+                         const CKovFieldLayout* layout) const {
+    if (!layout->HasFixedAddr()) return false;
+    const uint32_t bits = layout->GetLengthInBits();
+    if (bits - 1u >= 32u || (bits < 32 && (value >> bits) != 0)) return false;
+    FixedAddrOf(layout, entryStartByte, entryMsbStart, byteOffsetInImage, startMsbInImage);
+    imageSize = bits;
+    return kovWriteBitsToImage(image, byteOffsetInImage, startMsbInImage, value,
+                               static_cast<uint8_t>(bits)) != 0;
+  }
   PkStatus PatchFieldInImage(const CKovPk* pk, CKovImage* image, const CKovFieldLayout* layout,
                              uint32_t byte, uint8_t msbStart, uint16_t blkID,
                              int instance) const override;

@@ -166,11 +166,9 @@ int CKovStrField::WriteFieldDataToImage(CKovImage* image, const CKovFieldLayout*
   uint32_t byte = byteOffsetInImage;
   uint8_t msb = startMsbInImage;
   size_t toWrite = numChars < n ? numChars : n;
-  if (t == CKovCharFieldLayout::Char8Bit && msb == 7 && byte <= image->GetSize() &&
-      toWrite <= image->GetSize() - byte) {
-    // Whole bytes inside the image: the characters go in as they are.
-    for (size_t i = 0; i < toWrite; ++i)
-      image->SetAt(byte + static_cast<uint32_t>(i), static_cast<uint8_t>(chars[i]));
+  // Whole bytes inside the image: the characters go in as they are.
+  if (t == CKovCharFieldLayout::Char8Bit && msb == 7 &&
+      image->SetBytes(byte, reinterpret_cast<const uint8_t*>(chars), toWrite)) {
     return 1;
   }
   for (size_t i = 0; i < numChars && i < n; ++i) {

@@ -25,7 +25,9 @@
 #ifndef KOV_IMAGE_IMAGE_H
 #define KOV_IMAGE_IMAGE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -102,6 +104,13 @@ class CKovImage {
 
   // Stores value at index.
   void SetAt(uint32_t index, uint8_t value);
+  // Stores the count bytes at index onwards when they all lie inside the image; else writes
+  // nothing and fails.
+  int SetBytes(uint32_t index, const uint8_t* bytes, size_t count) {
+    if (index > m_size || count > m_size - index) return 0;
+    if (count != 0) std::memcpy(m_bytes.get() + index, bytes, count);
+    return 1;
+  }
   // numBytes 2: bits 15-8 at index, bits 7-0 at index + 1; numBytes 1: bits 7-0 at index. Any
   // other numBytes writes nothing.
   void SetAt(uint32_t index, uint16_t value, uint8_t numBytes);

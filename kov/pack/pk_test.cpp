@@ -168,14 +168,17 @@ TEST(FillImage, InstanceTooLargeWritesNothingOfItAndUsesZero) {
 
 TEST(FillImage, RefusesSizesAndValuesItCannotWrite) {
   // Padded pads its instances to 4 bytes; a size field holds the data size + 2 in 16 bits, so
-  // Plain's 65534 bytes of data can't be told; Radio's field 1, Volume, holds 4 bits.
+  // Plain's 65534 bytes of data can't be told; Radio's field 1, Volume, holds 4 bits; Wide's
+  // 33 bits are more than a number is written in.
   LayoutBuilder b;
   CKovBlkLayout* radio = b.Block(1, "Radio", 0x21, 1, 0, 0, 2);
   CKovBlkLayout* padded = b.Block(2, "Padded", 0x22, 0, 1, 1, 4);
   CKovBlkLayout* plain = b.Block(3, "Plain", 0x23, 1, 0, 0, 4);
+  CKovBlkLayout* wide = b.Block(4, "Wide", 0x24, 1, 0, 0, 8);
   LayoutBuilder::Num(radio, 1, 0, 0, 7, 4, 0);
   LayoutBuilder::Num(padded, 1, 0, 0, 7, 8, 0);
   LayoutBuilder::Num(plain, 1, 0, 0, 7, 8, 0);
+  LayoutBuilder::Num(wide, 1, 0, 0, 7, 33, 0);
   kovRegisterString(1, "Volume");
   const struct {
     const CKovBlkLayout* blk;
@@ -191,6 +194,7 @@ TEST(FillImage, RefusesSizesAndValuesItCannotWrite) {
        "Block Plain [1] has 65534 bytes of data; an instance holds at most 65533."},
       {radio, {16}, 1, {2}, "Field Volume can not be fit as per the layout\n(see block Radio)."},
       {radio, {1}, 77, {2}, "Layout not found for field 77 in block 1."},
+      {wide, {1}, 1, {8}, "Failed trying to write field 1 in block Wide [1] to image."},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);

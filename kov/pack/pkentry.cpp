@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "kov/fields/numfield.h"
 #include "kov/layout/cplayout.h"
 #include "kov/layout/datalayout.h"
 #include "kov/pack/pk.h"
@@ -50,7 +51,12 @@ void CKovPkEntry::AddPkField(uint32_t id, CKovPkField* field, int position) {
   const bool displaces = slot != nullptr && slot != field;
   if (displaces) displaced.push_back(slot);
   try {
-    SetAt(id, field);
+    // Mostly an id new to the entry: one look, then the insertion without another.
+    if (CKovPkField** present = PLookup(id)) {
+      *present = field;
+    } else {
+      InsertNew(id) = field;
+    }
   } catch (...) {
     if (displaces) displaced.pop_back();
     throw;
@@ -80,6 +86,13 @@ int CKovPkEntry::WriteToImage(const CKovPk* pk, CKovImage* image, uint32_t entry
     if (layout == nullptr) {
       throw new CMevGenException(kovFormat("Layout not found for field %d in block %d.", id, blkID),
                                  0);
+    }
+    const CKovField* data = pkField->GetData();
+    if (CKovNumField::IsExactlyNumField(data) &&
+        static_cast<const CKovNumField*>(data)->WriteFixedToImage(image, entryStartByte,
+                                                                  entryMsbStart, layout)) {
+      fieldsMap->SetAt(id, data);
+      continue;
     }
     switch (pkField->WriteToImage(pk, image, entryStartByte, entryMsbStart, fieldsMap, layout,
                                   cpLayout, blkID, instance)) {

@@ -537,18 +537,20 @@ class CKovMap {
   void SetAt(K key, const V& value) { (*this)[key] = value; }
 
   // The value of key, inserted default-constructed at the front of its bucket when absent.
+  // A compact map looks first in the slot after the one it found or made last, which is where
+  // the next key stands when keys are stored in the order of the array (the fields of one entry
+  // after another into the same map): only that look is inline, the rest is a call.
   V& operator[](K key) {
-    if (m_large == nullptr) {
-      if constexpr (kCompact) {
-        value_type* found = findCompactFromHint(key);
-        if (found != nullptr) return found->second;
-        if (m_count < ScanLimit) return insertCompact(key)->second;
-        growLarge();
-      } else {
-        m_large = newLarge();
+    if constexpr (kCompact) {
+      if (m_large == nullptr) {
+        const uint32_t hint = m_hint < m_count ? m_hint : 0;
+        if (m_count != 0 && m_slots[hint].first == key) {
+          m_hint = static_cast<uint8_t>(hint + 1);
+          return m_slots[hint].second;
+        }
       }
     }
-    return (*m_large)[key];
+    return subscript(key);
   }
 
   // The value of key, which the map must not hold, inserted default-constructed at the front of
@@ -646,6 +648,24 @@ class CKovMap {
   }
 
  private:
+  // operator[] past its hint.
+  __attribute__((noinline)) V& subscript(K key) {
+    if (m_large == nullptr) {
+      if constexpr (kCompact) {
+        value_type* found = findCompact(key);
+        if (found != nullptr) {
+          m_hint = static_cast<uint8_t>(found - m_slots + 1);
+          return found->second;
+        }
+        if (m_count < ScanLimit) return insertCompact(key)->second;
+        growLarge();
+      } else {
+        m_large = newLarge();
+      }
+    }
+    return (*m_large)[key];
+  }
+
   value_type* allocateSlots(uint32_t capacity) const {
     return static_cast<value_type*>(
         kov_detail::allocateFor(m_inArena, size_t{capacity} * sizeof(value_type)));
@@ -666,20 +686,6 @@ class CKovMap {
       if (m_slots[i].first == key) return m_slots + i;
     }
     return nullptr;
-  }
-
-  // findCompact for a writer: the slot after the one it found or made last comes first, which is
-  // where the next key stands when keys are stored in the order of the array (the fields of one
-  // entry after another into the same map).
-  value_type* findCompactFromHint(K key) {
-    const uint32_t hint = m_hint < m_count ? m_hint : 0;
-    if (m_count != 0 && m_slots[hint].first == key) {
-      m_hint = static_cast<uint8_t>(hint + 1);
-      return m_slots + hint;
-    }
-    value_type* found = findCompact(key);
-    if (found != nullptr) m_hint = static_cast<uint8_t>(found - m_slots + 1);
-    return found;
   }
 
   // The array runs from the last key of the iteration to the first: a new key goes behind the
@@ -763,7 +769,7 @@ class CKovMap {
   uint32_t m_count = 0;           // of the compact form
   uint16_t m_capacity = 0;
   bool m_inArena = false;    // the memory comes from an arena (see UseCurrentArena)
-  uint8_t m_hint = 0;        // where operator[] looks first (findCompactFromHint); any value
+  uint8_t m_hint = 0;        // where operator[] looks first; any value
   Large* m_large = nullptr;  // the large form, or null
 };
 
