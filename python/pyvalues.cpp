@@ -174,8 +174,7 @@ class TapeToPy {
     const KovValueTape::Item& item = tape.ItemOf(tape.NodeAt(n));
     switch (KovValueTape::TypeOfItem(item)) {
       case Type::Object: {
-        // Sized for its members up front, so that a dict never grows as they go in.
-        py::object d = py::reinterpret_steal<py::object>(checked(newDict(item.size)));
+        py::object d = py::reinterpret_steal<py::object>(checked(PyDict_New()));
         const uint32_t* kids = tape.Children(item);
         for (uint32_t k = 0; k < item.size; ++k) {
           py::object value = py::reinterpret_steal<py::object>(Convert(kids[k]));
@@ -232,16 +231,6 @@ class TapeToPy {
       keys[key] = py::reinterpret_steal<py::object>(s);
     }
     return keys[key].ptr();
-  }
-
-  // An empty dict with room for size members.
-  static PyObject* newDict(uint32_t size) {
-#if PY_VERSION_HEX < 0x030D0000
-    return _PyDict_NewPresized(static_cast<Py_ssize_t>(size));
-#else
-    (void)size;
-    return PyDict_New();
-#endif
   }
 
   const KovValueTape& tape;
