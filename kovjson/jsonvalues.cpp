@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "kovjson/jsonread.h"
@@ -60,11 +61,15 @@ struct Place {
 class ValuesReader {
  public:
   ValuesReader(const CKovJsonLayout& layout, const KovValueTree& tree, const std::string& file)
-      : layout(layout), tree(tree), root(tree.Root()), in(file) {}
+      : layout(layout),
+        tree(tree),
+        tape(dynamic_cast<const KovValueTape*>(&tree)),
+        root(tree.Root()),
+        in(file) {}
 
   std::unique_ptr<KovJsonPackData> Read() {
     Place top;
-    if (tree.TypeOf(root) != Type::Object) in.Fail("", "must be an object, not " + TypeName(root));
+    if (TypeOf(root) != Type::Object) in.Fail("", "must be an object, not " + TypeName(root));
     KovValueIter it;
     std::string_view key;
     Node value;
@@ -81,7 +86,7 @@ class ValuesReader {
       Node v = tree.Find(root, blk.name);
       if (v.IsNull()) continue;
       Place at(top, blk.name);
-      Type type = tree.TypeOf(v);
+      Type type = TypeOf(v);
       if (type != Type::Object && type != Type::Array) {
         in.Fail(at.Pointer(),
                 "a block's value is an object (one instance) or an array of them, "
@@ -132,7 +137,7 @@ class ValuesReader {
   std::string TypeName(Node v) const {
     static const char* const kNames[] = {"null",     "true or false", "a number",  "a number",
                                          "a number", "a string",      "an object", "an array"};
-    Type type = tree.TypeOf(v);
+    Type type = TypeOf(v);
     if (type == Type::Other) return kovJsonTypeName(tree.ToJson(v));
     return kNames[static_cast<int>(type)];
   }
@@ -148,33 +153,68 @@ class ValuesReader {
     return fields.size();
   }
 
+  [[noreturn]] void FailNoField(const std::vector<KovJsonField>& fields, std::string_view key,
+                                const Place& at) {
+    std::string names;
+    for (const KovJsonField& f : fields) {
+      if (f.quantityOf.empty()) names += (names.empty() ? "'" : ", '") + f.name + "'";
+    }
+    in.Fail(Place(at, key).Pointer(), "no field '" + std::string(key) + "' here" +
+                                          (names.empty() ? std::string(": this entry has no fields")
+                                                         : "; the fields are " + names));
+  }
+
+  // The members of object obj of the tape into scratch from base, by the index of their field.
+  // Member names are indices in a tape: each is matched to a field of fields once, and every
+  // entry of a list after the first takes the match from fieldsByKey.
+  void MatchTapeMembers(const std::vector<KovJsonField>& fields, Node obj, const Place& at,
+                        size_t base) {
+    std::vector<uint32_t>& byKey = FieldsByKey(fields);
+    const KovValueTape::Item& item = tape->ItemOf(obj);
+    const uint32_t* kids = tape->Children(item);
+    for (uint32_t k = 0; k < item.size; ++k) {
+      Node value = tape->NodeAt(kids[k]);
+      uint32_t key = KovValueTape::KeyOfItem(tape->ItemOf(value));
+      if (key >= byKey.size()) byKey.resize(tape->KeyCount(), kUnmatched);
+      uint32_t i = byKey[key];
+      if (i == kUnmatched) {
+        i = static_cast<uint32_t>(FieldIndex(fields, tape->KeyName(key), 0));
+        byKey[key] = i;
+      }
+      if (i == fields.size()) FailNoField(fields, tape->KeyName(key), at);
+      scratch[base + i] = value;
+    }
+  }
+
+  // The field index of every member name index of the tape met so far in an object of fields.
+  std::vector<uint32_t>& FieldsByKey(const std::vector<KovJsonField>& fields) {
+    if (&fields == lastFields) return *lastByKey;
+    lastFields = &fields;
+    lastByKey = &fieldsByKey[&fields];
+    return *lastByKey;
+  }
+
   std::unique_ptr<CKovPkEntry> Entry(const std::vector<KovJsonField>& fields, Node obj,
                                      const Place& at, Ctx& ctx) {
-    if (tree.TypeOf(obj) != Type::Object)
+    if (TypeOf(obj) != Type::Object)
       in.Fail(at.Pointer(), "an entry is an object of fields, not " + TypeName(obj));
     // The value of each field by its index, in a region of the scratch vector that inner entries
     // leave as they found it.
     size_t base = scratch.size();
     scratch.resize(base + fields.size());
-    KovValueIter it;
-    std::string_view key;
-    Node value;
-    size_t hint = 0;
-    while (tree.NextMember(obj, it, key, value)) {
-      size_t i = FieldIndex(fields, key, hint);
-      if (i < fields.size()) {
+    if (tape != nullptr) {
+      MatchTapeMembers(fields, obj, at, base);
+    } else {
+      KovValueIter it;
+      std::string_view key;
+      Node value;
+      size_t hint = 0;
+      while (tree.NextMember(obj, it, key, value)) {
+        size_t i = FieldIndex(fields, key, hint);
+        if (i == fields.size()) FailNoField(fields, key, at);
         scratch[base + i] = value;
         hint = i + 1 < fields.size() ? i + 1 : 0;
-        continue;
       }
-      std::string names;
-      for (const KovJsonField& f : fields) {
-        if (f.quantityOf.empty()) names += (names.empty() ? "'" : ", '") + f.name + "'";
-      }
-      in.Fail(Place(at, key).Pointer(),
-              "no field '" + std::string(key) + "' here" +
-                  (names.empty() ? std::string(": this entry has no fields")
-                                 : "; the fields are " + names));
     }
     auto entry = std::make_unique<CKovPkEntry>(static_cast<int>(fields.size()));
     ctx.chain.emplace_back(&fields, obj);
@@ -227,8 +267,8 @@ class ValuesReader {
   // The stored number of a number field's value; the format of the field says how it reads. A
   // plain unsigned number in range is read in place; anything else as JSON.
   uint32_t Stored(const KovJsonField& f, Node v, const Place& at) {
-    if (f.format.IsPlain() && tree.TypeOf(v) == Type::Unsigned) {
-      uint64_t value = tree.Unsigned(v);
+    if (f.format.IsPlain() && TypeOf(v) == Type::Unsigned) {
+      uint64_t value = tape != nullptr ? tape->Unsigned(v) : tree.Unsigned(v);
       if (value <= maxForBits(f.bits)) return static_cast<uint32_t>(value);
     }
     return Stored(f, tree.ToJson(v), at.Pointer());
@@ -266,7 +306,8 @@ class ValuesReader {
   }
 
   std::string StringBytes(const KovJsonField& f, Node v, const Place& at) {
-    if (tree.TypeOf(v) == Type::String) return StringBytes(f, tree.String(v), at);
+    if (TypeOf(v) == Type::String)
+      return StringBytes(f, tape != nullptr ? tape->String(v) : tree.String(v), at);
     Json j = tree.ToJson(v);
     if (!j.is_string()) in.Fail(at.Pointer(), "must be a string, not " + kovJsonTypeName(j));
     return StringBytes(f, j.get_ref<const std::string&>(), at);
@@ -274,6 +315,14 @@ class ValuesReader {
 
   // The bytes of a string value: the characters up to the first malformed UTF-8 sequence.
   std::string StringBytes(const KovJsonField& f, std::string_view text, const Place& at) {
+    // Text of ASCII characters but 0 that fits is its own bytes, whatever the characters.
+    if (text.size() <= f.chars && f.charType != CKovCharFieldLayout::Char4Bit &&
+        std::all_of(text.begin(), text.end(), [](char c) {
+          auto u = static_cast<unsigned char>(c);
+          return u != 0 && u < 0x80;
+        })) {
+      return std::string(text);
+    }
     cps.clear();
     decodeUtf8(text, cps);
     if (cps.size() > f.chars) {
@@ -300,17 +349,17 @@ class ValuesReader {
   size_t InstancesInFile(const KovJsonBlock& blk) {
     Node v = tree.Find(root, blk.name);
     if (v.IsNull()) return 0;
-    return tree.TypeOf(v) == Type::Array ? tree.Size(v) : 1;
+    return TypeOf(v) == Type::Array ? tree.Size(v) : 1;
   }
 
   // Instance n (from 1) of the value of a block: an array's element, or the one object.
   Node InstanceOf(Node v, size_t n) {
-    if (tree.TypeOf(v) != Type::Array) return n == 1 ? v : Node();
+    if (TypeOf(v) != Type::Array) return n == 1 ? v : Node();
     return n <= tree.Size(v) ? tree.At(v, n - 1) : Node();
   }
 
   uint32_t KovName(const KovJsonField& f, Node node, const Place& place) {
-    if (tree.TypeOf(node) != Type::Object) return Stored(f, node, place);
+    if (TypeOf(node) != Type::Object) return Stored(f, node, place);
     Json v = tree.ToJson(node);
     std::string at = place.Pointer();
     in.Keys(v, at, {"block", "instance"});
@@ -350,7 +399,7 @@ class ValuesReader {
   }
 
   std::unique_ptr<CKovField> List(const KovJsonField& f, Node v, const Place& at, Ctx& ctx) {
-    if (tree.TypeOf(v) != Type::Array)
+    if (TypeOf(v) != Type::Array)
       in.Fail(at.Pointer(), "a list is an array of entries, not " + TypeName(v));
     size_t count = tree.Size(v);
     if (count > f.maxEntries) {
@@ -389,12 +438,12 @@ class ValuesReader {
     Node blkValue = tree.Find(root, src->name);
     if (!blkValue.IsNull()) {
       Node obj = InstanceOf(blkValue, instance);
-      if (!obj.IsNull() && tree.TypeOf(obj) == Type::Object) {
+      if (!obj.IsNull() && TypeOf(obj) == Type::Object) {
         Node qv = tree.Find(obj, qf->name);
         if (!qv.IsNull()) {
           Place top;
           Place blkAt(top, src->name);
-          Place instAt = tree.TypeOf(blkValue) == Type::Array ? Place(blkAt, instance - 1) : blkAt;
+          Place instAt = TypeOf(blkValue) == Type::Array ? Place(blkAt, instance - 1) : blkAt;
           value = Stored(*qf, qv, Place(instAt, qf->name));
         }
       }
@@ -413,7 +462,7 @@ class ValuesReader {
   std::unique_ptr<CKovField> Union(const KovJsonField& f, Node v, const Place& at, Ctx& ctx) {
     std::string names;
     for (const KovJsonOption& o : f.options) names += (names.empty() ? "" : ", ") + o.name;
-    if (tree.TypeOf(v) != Type::Object || tree.Size(v) != 1) {
+    if (TypeOf(v) != Type::Object || tree.Size(v) != 1) {
       in.Fail(at.Pointer(),
               "a union is an object with one member, named for its option (" + names + ")");
     }
@@ -464,7 +513,7 @@ class ValuesReader {
       if (blkValue.IsNull()) return std::nullopt;
       obj = InstanceOf(blkValue, other->multi ? ctx.instance : 1);
     }
-    if (field == nullptr || obj.IsNull() || tree.TypeOf(obj) != Type::Object) return std::nullopt;
+    if (field == nullptr || obj.IsNull() || TypeOf(obj) != Type::Object) return std::nullopt;
     KovJsonDiscrValue value;
     value.isText = field->kind == KovJsonKind::String;
     Node node = tree.Find(obj, field->name);
@@ -553,12 +602,21 @@ class ValuesReader {
     return static_cast<uint16_t>(std::min<uint64_t>(bytes, 0xFFFF));
   }
 
+  // The tree's type by the tree, or straight from the tape.
+  Type TypeOf(Node v) const { return tape != nullptr ? tape->TypeOf(v) : tree.TypeOf(v); }
+
+  static constexpr uint32_t kUnmatched = 0xFFFFFFFFu;
+
   const CKovJsonLayout& layout;
   const KovValueTree& tree;
+  const KovValueTape* tape;  // the tree when it is a tape, else null
   const Node root;
   KovJsonReader in;
   std::vector<Node> scratch;  // the values of the fields of the entries being read
   std::vector<uint32_t> cps;  // the code points of the string being read
+  std::unordered_map<const std::vector<KovJsonField>*, std::vector<uint32_t>> fieldsByKey;
+  const std::vector<KovJsonField>* lastFields = nullptr;
+  std::vector<uint32_t>* lastByKey = nullptr;
 };
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <string>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "kovjson/jsonvalues.h"
 
@@ -55,18 +57,47 @@ class ValuesWriter {
   void Entry(const std::vector<KovJsonField>& fields, const CKovUpEntry* entry) {
     out.BeginObject();
     if (entry != nullptr) {
-      for (const KovJsonField& f : fields) {
+      const uint32_t* keys = KeysOf(fields);
+      for (size_t i = 0; i < fields.size(); ++i) {
+        const KovJsonField& f = fields[i];
         if (!f.quantityOf.empty()) continue;
         CKovUpField* const* field = entry->GetUpFieldMap().PLookup(f.id);
         if (field == nullptr || *field == nullptr || (*field)->GetData() == nullptr) continue;
-        out.AddKey(f.name);
+        out.AddKeyIndex(keys[i]);
         Value(f, (*field)->GetData());
       }
     }
     out.End();
   }
 
+  // The member name index of every field of fields in the tape, taken once per list of fields:
+  // a list's entries all name the same members.
+  const uint32_t* KeysOf(const std::vector<KovJsonField>& fields) {
+    if (&fields == lastFields) return lastKeys;
+    std::vector<uint32_t>& keys = keysByFields[&fields];
+    if (keys.size() != fields.size()) {
+      keys.clear();
+      for (const KovJsonField& f : fields) keys.push_back(out.KeyIndex(f.name));
+    }
+    lastFields = &fields;
+    lastKeys = keys.data();
+    return lastKeys;
+  }
+
   void Value(const KovJsonField& f, const CKovField* v) {
+    // The common values without a JSON value between: a plain number, a string. The kind of the
+    // layout's field tells which to ask first.
+    if (f.kind == KovJsonKind::Number && f.format.IsPlain() && v->IsNumber()) {
+      out.AddUnsigned(static_cast<const CKovNumField*>(v)->GetValue());
+      return;
+    }
+    if (f.kind == KovJsonKind::String && v->IsString()) {
+      std::string bytes = static_cast<const CKovStrField*>(v)->GetValue();
+      bool ascii = std::all_of(bytes.begin(), bytes.end(),
+                               [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+      out.AddString(ascii ? bytes : kovJsonUtf8FromLatin1(bytes));
+      return;
+    }
     if (v->IsList()) {
       out.BeginArray();
       const CKovUpEntryList* list = static_cast<const CKovListField*>(v)->GetUpEntryList();
@@ -87,24 +118,15 @@ class ValuesWriter {
       out.End();
       return;
     }
-    // The common values without a JSON value between: a plain number, a string of ASCII.
-    if (v->IsNumber() && f.format.IsPlain()) {
-      out.AddUnsigned(static_cast<const CKovNumField*>(v)->GetValue());
-      return;
-    }
-    if (v->IsString()) {
-      std::string bytes = static_cast<const CKovStrField*>(v)->GetValue();
-      bool ascii = std::all_of(bytes.begin(), bytes.end(),
-                               [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-      out.AddString(ascii ? bytes : kovJsonUtf8FromLatin1(bytes));
-      return;
-    }
     out.AddJson(kovJsonUnpackedValue(layout, up, f, v));
   }
 
   const CKovJsonLayout& layout;
   const CKovUp& up;
   KovValueTape& out;
+  std::unordered_map<const std::vector<KovJsonField>*, std::vector<uint32_t>> keysByFields;
+  const std::vector<KovJsonField>* lastFields = nullptr;
+  const uint32_t* lastKeys = nullptr;
 };
 
 }  // namespace

@@ -74,12 +74,11 @@ KovValueNode KovJsonValueTree::At(KovValueNode n, size_t i) const {
 
 Json KovJsonValueTree::ToJson(KovValueNode n) const { return json(n); }
 
-void KovValueTape::AddKey(std::string_view name) {
+uint32_t KovValueTape::KeyIndex(std::string_view name) {
   KeyHint& hint = hints[(reinterpret_cast<uintptr_t>(name.data()) >> 3) % std::size(hints)];
   if (hint.text == name.data() && hint.size == name.size() &&
       std::string_view(keys[hint.key]) == name) {
-    nextKey = hint.key;
-    return;
+    return hint.key;
   }
   auto it = keyIndex.find(std::string(name));
   if (it == keyIndex.end()) {
@@ -88,7 +87,7 @@ void KovValueTape::AddKey(std::string_view name) {
     it = keyIndex.emplace(keys.back(), static_cast<uint32_t>(keys.size() - 1)).first;
   }
   hint = {name.data(), name.size(), it->second};
-  nextKey = it->second;
+  return it->second;
 }
 
 void KovValueTape::AddFloat(double d) {

@@ -95,12 +95,14 @@ class KovJsonValueTree : public KovValueTree {
 // the address of the text, then by the text. Strings are copied. Type::Other holds a text that
 // ToJson gives as a JSON string (a decimal number object of a scripting language). The writer
 // trusts its caller's order (a key before every member's value, End matching a Begin); the tree
-// is read once End closed the root.
+// is read once End closed the root. A writer that names the same members again and again (one
+// per field of a layout) takes each name's index once with KeyIndex and names members by it;
+// a reader that knows it reads a tape maps each index to its own meaning once, by KeyOfItem.
 //
 // Cost: every value is an item of 16 bytes and an index entry in its container; Add* is O(1)
 // amortized, End copies the container's child indices once. All reads are O(1) but Find, which
 // is linear in the members of the object.
-class KovValueTape : public KovValueTree {
+class KovValueTape final : public KovValueTree {
  public:
   struct Item {
     uint32_t typeAndKey;  // Type in the low 8 bits, the member name's index above (kNoKey: none)
@@ -110,7 +112,12 @@ class KovValueTape : public KovValueTree {
   };
   static constexpr uint32_t kNoKey = 0xFFFFFF;
 
-  void AddKey(std::string_view name);
+  void AddKey(std::string_view name) { nextKey = KeyIndex(name); }
+  // The index of member name name, made at its first use; valid until Clear. Throws
+  // std::length_error past the distinct names an item can index (kNoKey of them).
+  uint32_t KeyIndex(std::string_view name);
+  // Names the member whose value comes next by an index from KeyIndex, as AddKey does.
+  void AddKeyIndex(uint32_t key) { nextKey = key; }
   void AddNull() { Push(Type::Null, 0, 0); }
   void AddBool(bool b) { Push(Type::Bool, 0, b ? 1 : 0); }
   void AddUnsigned(uint64_t u) { Push(Type::Unsigned, 0, u); }
@@ -134,6 +141,8 @@ class KovValueTape : public KovValueTree {
   // a container (their node indices), a member name, the text of a string or Other.
   const Item& ItemOf(KovValueNode n) const { return items[n.i]; }
   static Type TypeOfItem(const Item& item) { return static_cast<Type>(item.typeAndKey & 0xFF); }
+  // The member name index of an item (kNoKey outside an object).
+  static uint32_t KeyOfItem(const Item& item) { return item.typeAndKey >> 8; }
   const uint32_t* Children(const Item& item) const { return kids.data() + item.data; }
   size_t KeyCount() const { return keys.size(); }
   const std::string& KeyName(uint32_t key) const { return keys[key]; }

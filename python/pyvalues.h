@@ -22,7 +22,7 @@ void kovPyCopyValues(PyObject* root, KovValueTape& out);
 
 // The values of a tree as Python objects: objects become dicts in their order, arrays lists,
 // numbers ints (floats for fractions), strings and Other str, booleans bools, null None. Each
-// member name is made a str once. Needs the GIL.
+// member name is made an interned str once. Needs the GIL.
 pybind11::object kovPyFromTape(const KovValueTape& values);
 
 // JSON to Python: objects become dicts in their order, arrays lists, numbers ints, strings str.

@@ -172,6 +172,9 @@ def _loop():
     ({"Settings": {"Power": {1, 2}}}, "/Settings/Power",
      "a value must be a dict, list, str, int, float, decimal.Decimal, bool or None, not set"),
     ({"Settings": {1: 2}}, "/Settings", "a key must be a string, not int"),
+    # A name that a later entry of a list adds to the names its first entry matched.
+    ({"Settings": {"Items": [{"Kind": 0}, {"Kind": 0, "Hz": 1}]}}, "/Settings/Items/1/Hz",
+     "no field 'Hz' here; the fields are 'Kind', 'Body'"),
     ({"Settings": {"Alias": "ninechars"}}, "/Settings/Alias",
      "9 characters do not fit the field's 8"),
     ({"Settings": {"Items": [{"Kind": 1, "Body": {"Code": {"Digits": "1"}}}]}},
