@@ -270,6 +270,10 @@ TEST(JsonValues, RefusesEachFaultOfTheSampleWithPointerAndText) {
       {ch + R"(1, "Mode": {"FM": {}}}]}]})",
        "v.json: /Channel bank/0/Channels/0/Mode/FM: union 'Mode' has no option 'FM'; it has "
        "Analog, Digital"},
+      // Refused inside a union's option.
+      {ch + R"(1, "Mode": {"Analog": {"Power": "Max"}}}]}]})",
+       "v.json: /Channel bank/0/Channels/0/Mode/Analog/Power: must be one of 'Low', 'Mid', 'High' "
+       "or a number; not \"Max\""},
       {ch + R"(2, "Mode": {"Analog": {}}}]}]})",
        "v.json: /Channel bank/0/Channels/0/Mode: option 'Analog' is given, but the discriminant "
        "value 2 selects option 'Digital'"},
