@@ -231,16 +231,6 @@ TEST(JsonLayout, RefusesNestingBeyondEightLevels) {
   EXPECT_NE(error.find(": lists and unions nest at most 8 deep"), std::string::npos) << error;
 }
 
-TEST(JsonLayout, NameFieldToAnAbsentBlockIdLoadsWithTheWarning) {
-  MessageBoxRecorder recorder;
-  EXPECT_EQ(loadError(oneBlock(R"({"name": "N", "type": "name", "block": 99, "byteOffset": 0})")),
-            "(loaded)");
-  ASSERT_EQ(recorder.Texts().size(), 1u);
-  EXPECT_EQ(recorder.Texts()[0],
-            "WARNING: KOV Name field 1 in block B references block 99\nbut no layout for that "
-            "block exists.");
-}
-
 // A layout whose block "B" (KOV type 0x31) holds a list of 8-bit entries whose quantity is the
 // constant qty.
 std::unique_ptr<CKovJsonLayout> constantQuantity(int qty) {

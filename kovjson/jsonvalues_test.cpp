@@ -73,16 +73,6 @@ const Bytes kFormatExample = {
     0x14, 0x00, 0x00, 0x00, 0x0A, 0x00, 0x14, 0x00, 0x01, 0x00, 0x02, 0xA1, 0xA2, 0x89, 0x6B,
     0x00, 0x14, 0x00, 0x01, 0x00, 0x09, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0xA3, 0xB6, 0xB8};
 
-TEST(JsonValues, FormatExamplePacksToItsBytesAndBack) {
-  EXPECT_EQ(expectRoundTrip(kFormatExampleLayout, kFormatExampleValues), kFormatExample);
-}
-
-TEST(JsonValues, FormatExampleUnpacksFromItsBytes) {
-  // The vector read by the unpack, not only written by the pack.
-  auto layout = CKovJsonLayout::Load(kFormatExampleLayout, "l.json", false);
-  EXPECT_EQ(unpack(*layout, kFormatExample).dump(), kFormatExampleValues);
-}
-
 // Block K holds Q and R, block B (12 bytes) the list L, of entries V (12 bits) and W (4 bits),
 // and T floating behind the list.
 std::string listLayout(const std::string& format, const std::string& quantity,
@@ -130,16 +120,6 @@ TEST(JsonValues, EveryListFormatRoundTrips) {
   }
 }
 
-TEST(JsonValues, FloatingFieldFollowsTheListsEntries) {
-  // N = 2 at byte 0, two entries at bytes 1-4, T at byte 5: the block takes 6 bytes.
-  Bytes image = expectRoundTrip(
-      listLayout("contiguous", R"(, "quantity": {"field": "N"})",
-                 R"({"name": "N", "type": "number", "bits": 8, "byteOffset": 0}, )", ""),
-      R"({"B":{"L":[{"V":291,"W":4},{"V":1383,"W":8}],"T":153}})");
-  EXPECT_EQ(Bytes(image.begin() + 6, image.begin() + 12),
-            (Bytes{0x02, 0x12, 0x34, 0x56, 0x78, 0x99}));
-}
-
 // Block D holds the discriminant S of a split union; block U the union X (and S when it is not
 // split) and T floating behind it. Option A is one 16-bit number, option B an 8-bit and a
 // 24-bit one.
@@ -182,25 +162,43 @@ TEST(JsonValues, EveryUnionFormatRoundTrips) {
   }
 }
 
-TEST(JsonValues, UnpaddedUnionTakesTheBitsOfItsOption) {
-  // Option A: S, x (2 bytes) and T: 01 BE EF 07 behind the header; option B takes 4 bytes.
-  Bytes image = expectRoundTrip(unionLayout("variable", false, false, false),
-                                R"({"U":{"S":1,"X":{"A":{"x":48879}},"T":7}})");
-  EXPECT_EQ(Bytes(image.begin() + 6, image.end() - 2), (Bytes{0x01, 0xBE, 0xEF, 0x07}));
-}
-
-TEST(JsonValues, CharactersAndEightBitStringsRoundTrip) {
-  // é is the byte 0xE9 in the image; a character outside 0x20-0x7E reads back as its code.
-  Bytes image = expectRoundTrip(
-      R"({"partitions": [{"number": 1, "blocks": [{"name": "B", "kovType": 1,
+// Values whose bytes are known pack to them and read back: the format example's whole image,
+// the others' data area (the bytes between the one header and its checksum).
+TEST(JsonValues, ValuesPackToTheirBytesAndBack) {
+  struct Case {
+    const char* what;
+    std::string layout, values;
+    Bytes bytes;
+  } cases[] = {
+      {"format example", kFormatExampleLayout, kFormatExampleValues, kFormatExample},
+      // N = 2 at byte 0, two entries at bytes 1-4, T at byte 5: the block takes 6 bytes.
+      {"floating field behind a list",
+       listLayout("contiguous", R"(, "quantity": {"field": "N"})",
+                  R"({"name": "N", "type": "number", "bits": 8, "byteOffset": 0}, )", ""),
+       R"({"B":{"L":[{"V":291,"W":4},{"V":1383,"W":8}],"T":153}})",
+       {0x02, 0x12, 0x34, 0x56, 0x78, 0x99}},
+      // Option A: S, x (2 bytes) and T; option B would take 4 bytes.
+      {"unpadded union",
+       unionLayout("variable", false, false, false),
+       R"({"U":{"S":1,"X":{"A":{"x":48879}},"T":7}})",
+       {0x01, 0xBE, 0xEF, 0x07}},
+      // é is the byte 0xE9; a character outside 0x20-0x7E reads back as its code.
+      {"characters and 8-bit strings",
+       R"({"partitions": [{"number": 1, "blocks": [{"name": "B", "kovType": 1,
           "maxDataSize": 8, "fields": [
             {"name": "S", "type": "string", "chars": 4, "byteOffset": 0},
             {"name": "C", "type": "char", "byteOffset": 4},
             {"name": "D", "type": "char", "byteOffset": 5},
             {"name": "G", "type": "char", "charBits": 4, "byteOffset": 6}]}]}]})",
-      R"({"B":{"S":"Café","C":"K","D":7,"G":"9"}})");
-  EXPECT_EQ(Bytes(image.begin() + 6, image.end() - 2),
-            (Bytes{'C', 'a', 'f', 0xE9, 'K', 0x07, 0x90}));
+       R"({"B":{"S":"Café","C":"K","D":7,"G":"9"}})",
+       {'C', 'a', 'f', 0xE9, 'K', 0x07, 0x90}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Bytes image = expectRoundTrip(c.layout, c.values);
+    EXPECT_EQ(c.bytes.size() == image.size() ? image : Bytes(image.begin() + 6, image.end() - 2),
+              c.bytes);
+  }
 }
 
 TEST(JsonValues, NameFieldToAnInstanceNotInTheImageReadsAsTheNumber) {
@@ -272,6 +270,10 @@ TEST(JsonValues, RefusesEachFaultOfTheSampleWithPointerAndText) {
       {ch + R"(1, "Mode": {"FM": {}}}]}]})",
        "v.json: /Channel bank/0/Channels/0/Mode/FM: union 'Mode' has no option 'FM'; it has "
        "Analog, Digital"},
+      // Refused inside a union's option.
+      {ch + R"(1, "Mode": {"Analog": {"Power": "Max"}}}]}]})",
+       "v.json: /Channel bank/0/Channels/0/Mode/Analog/Power: must be one of 'Low', 'Mid', 'High' "
+       "or a number; not \"Max\""},
       {ch + R"(2, "Mode": {"Analog": {}}}]}]})",
        "v.json: /Channel bank/0/Channels/0/Mode: option 'Analog' is given, but the discriminant "
        "value 2 selects option 'Digital'"},
